@@ -1,7 +1,7 @@
 #include "AddonFactory.h"
 #include "DscKnxIpConfig.h"
 #include "FactoryResetManager.h"
-#include "support/LogCapture.h"
+#include "LogCapture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Loads the built add-on the way a host does and drives it through its
 // registered factories.
 #include "KnxStackAddonInterface.h"
-#include "support/LogCapture.h"
+#include "LogCapture.h"
 
 #include <gtest/gtest.h>
 
