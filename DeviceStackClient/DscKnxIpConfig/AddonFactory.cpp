@@ -36,16 +36,19 @@ AddonFactory* AddonFactory::Instance() {
 }
 
 AddonFactory::AddonFactory()
-    : m_logger(log4cplus::Logger::getInstance("KnxStack.IpConfigFactory")) {}
+    : m_logger(log4cplus::Logger::getInstance("KnxStack.IpConfigFactory")) {
+}
 
 AddonFactory::~AddonFactory() = default;
 
 void AddonFactory::Startup(KnxStack::IAddonManager& manager) {
     FACTORY_LOG(INFO, kStartup, "Startup() ...");
     manager.RegisterIpConfigurationManagerFactory(
-        kIpConfigClass, static_cast<KnxStack::AddonClassFactory<KnxStack::IIpConfigurationManager>*>(this));
+        kIpConfigClass,
+        static_cast<KnxStack::AddonClassFactory<KnxStack::IIpConfigurationManager>*>(this));
     manager.RegisterFactoryResetManagerFactory(
-        kFactoryResetClass, static_cast<KnxStack::AddonClassFactory<KnxStack::IFactoryResetManager>*>(this));
+        kFactoryResetClass,
+        static_cast<KnxStack::AddonClassFactory<KnxStack::IFactoryResetManager>*>(this));
     FACTORY_LOG(DEBUG, kStartup, "Startup() end.");
 }
 
@@ -66,8 +69,8 @@ bool AddonFactory::Create(const char* className, KnxStack::IFactoryResetManager*
 }
 
 template <typename Object, typename Interface>
-bool AddonFactory::CreateObject(const char* className, Interface** object,
-                                const char* expectedName, const char* function) {
+bool AddonFactory::CreateObject(const char* className, Interface** object, const char* expectedName,
+                                const char* function) {
     FACTORY_LOG(DEBUG, function, "Create() ...");
     if (object == nullptr) {
         FACTORY_LOG(ERROR, function, "Create(): null pointer as argument.");

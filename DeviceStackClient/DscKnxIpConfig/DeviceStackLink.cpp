@@ -43,8 +43,8 @@ const AddressSetting kAddressSettings[] = {
      &DscKnxIpConfig::IpConfiguration::defaultGateway, "UpdateIPSettings(): DefaultGateway = "},
     {"NameServer", DscKnxIpConfig::ValidDnsAddress1, &DscKnxIpConfig::IpConfiguration::dnsAddress1,
      "UpdateIPSettings(): DnsAddress1 = "},
-    {"NameServer2", DscKnxIpConfig::ValidDnsAddress2,
-     &DscKnxIpConfig::IpConfiguration::dnsAddress2, "UpdateIPSettings(): DnsAddress2 = "},
+    {"NameServer2", DscKnxIpConfig::ValidDnsAddress2, &DscKnxIpConfig::IpConfiguration::dnsAddress2,
+     "UpdateIPSettings(): DnsAddress2 = "},
 };
 const std::size_t kAddressCount = sizeof kAddressSettings / sizeof kAddressSettings[0];
 
@@ -76,8 +76,7 @@ std::unique_ptr<Velbor::IDeviceStackClient> DscKnxIpConfig::Connect(char* connec
 // ---------------------------------------------------------------------------
 // Reply scanner
 
-bool DscKnxIpConfig::GetValue(const std::string& text, const std::string& key,
-                              std::string& value) {
+bool DscKnxIpConfig::GetValue(const std::string& text, const std::string& key, std::string& value) {
     IPCONFIG_LOG(DEBUG, kGetValue, "GetValue(): start. Node = " << key);
     value.clear();
     if (text.empty()) {
@@ -119,15 +118,16 @@ bool DscKnxIpConfig::GetValue(const std::string& text, const std::string& key,
 // ---------------------------------------------------------------------------
 // Reading the device's settings
 
-int DscKnxIpConfig::FetchQuarnIpSettings(
-    IpConfiguration& settings, const std::unique_ptr<Velbor::IDeviceStackClient>& idsc) {
+int DscKnxIpConfig::FetchQuarnIpSettings(IpConfiguration& settings,
+                                         const std::unique_ptr<Velbor::IDeviceStackClient>& idsc) {
     IPCONFIG_LOG(DEBUG, kFetchQuarnIpSettings, "FetchQuarnIpSettings(): starting...");
     if (!idsc) {
         IPCONFIG_LOG(ERROR, kFetchQuarnIpSettings,
                      "FetchQuarnIpSettings(): No device stack client exists.");
         return 0;
     }
-    IPCONFIG_LOG(DEBUG, kFetchQuarnIpSettings, "FetchQuarnIpSettings(): calling GetDeviceConfig...");
+    IPCONFIG_LOG(DEBUG, kFetchQuarnIpSettings,
+                 "FetchQuarnIpSettings(): calling GetDeviceConfig...");
 
     // An unreadable configuration counts as DHCP, as does a missing "Dhcp" key.
     int method = MethodDhcp;
@@ -141,7 +141,8 @@ int DscKnxIpConfig::FetchQuarnIpSettings(
         for (const AddressSetting& setting : kAddressSettings) {
             if (GetValue(config, setting.key, value) && !value.empty()) {
                 settings.validFields |= setting.validBit;
-                settings.*setting.field = static_cast<std::uint32_t>(IpAddress2DWORD(value.c_str()));
+                settings.*setting.field =
+                    static_cast<std::uint32_t>(IpAddress2DWORD(value.c_str()));
             }
         }
     }
@@ -226,8 +227,7 @@ void DscKnxIpConfig::SendDhcpSetting(const std::unique_ptr<Velbor::IDeviceStackC
 }
 
 void DscKnxIpConfig::SendStaticSettings(const std::unique_ptr<Velbor::IDeviceStackClient>& idsc,
-                                        const IpConfiguration& deviceSettings,
-                                        bool deviceOnDhcp) {
+                                        const IpConfiguration& deviceSettings, bool deviceOnDhcp) {
     std::string texts[kAddressCount];
     for (std::size_t i = 0; i < kAddressCount; ++i) {
         texts[i] = DWORD2IpAddress(m_configured.*kAddressSettings[i].field);

@@ -13,18 +13,28 @@
 namespace {
 
 const char* const kInit = "virtual bool DscKnxIpConfig::Init(const ConfigPropertyMap&)";
-const char* const kInitNetwork = "bool DscKnxIpConfig::InitNetwork(KnxStack::Ip::IpConnectionInfo&, bool)";
+const char* const kInitNetwork =
+    "bool DscKnxIpConfig::InitNetwork(KnxStack::Ip::IpConnectionInfo&, bool)";
 const char* const kGetMacAddress = "virtual void DscKnxIpConfig::GetMacAddress(unsigned char*)";
-const char* const kGetConfiguredIpAddress = "virtual unsigned long DscKnxIpConfig::GetConfiguredIpAddress()";
-const char* const kGetConfiguredNetmask = "virtual unsigned long DscKnxIpConfig::GetConfiguredNetmask()";
-const char* const kGetConfiguredGateway = "virtual unsigned long DscKnxIpConfig::GetConfiguredGateway()";
+const char* const kGetConfiguredIpAddress =
+    "virtual unsigned long DscKnxIpConfig::GetConfiguredIpAddress()";
+const char* const kGetConfiguredNetmask =
+    "virtual unsigned long DscKnxIpConfig::GetConfiguredNetmask()";
+const char* const kGetConfiguredGateway =
+    "virtual unsigned long DscKnxIpConfig::GetConfiguredGateway()";
 const char* const kGetIpAssignmentMethods = "virtual int DscKnxIpConfig::GetIpAssignmentMethods()";
-const char* const kSetConfiguredIpAddress = "virtual void DscKnxIpConfig::SetConfiguredIpAddress(unsigned long)";
-const char* const kSetConfiguredNetmask = "virtual void DscKnxIpConfig::SetConfiguredNetmask(unsigned long)";
-const char* const kSetConfiguredGateway = "virtual void DscKnxIpConfig::SetConfiguredGateway(unsigned long)";
-const char* const kSetIpAssignmentMethods = "virtual void DscKnxIpConfig::SetIpAssignmentMethods(int)";
-const char* const kGetDNSAddress = "virtual unsigned long DscKnxIpConfig::GetDNSAddress(unsigned int)";
-const char* const kSetDNSAddress = "virtual void DscKnxIpConfig::SetDNSAddress(unsigned int, unsigned long)";
+const char* const kSetConfiguredIpAddress =
+    "virtual void DscKnxIpConfig::SetConfiguredIpAddress(unsigned long)";
+const char* const kSetConfiguredNetmask =
+    "virtual void DscKnxIpConfig::SetConfiguredNetmask(unsigned long)";
+const char* const kSetConfiguredGateway =
+    "virtual void DscKnxIpConfig::SetConfiguredGateway(unsigned long)";
+const char* const kSetIpAssignmentMethods =
+    "virtual void DscKnxIpConfig::SetIpAssignmentMethods(int)";
+const char* const kGetDNSAddress =
+    "virtual unsigned long DscKnxIpConfig::GetDNSAddress(unsigned int)";
+const char* const kSetDNSAddress =
+    "virtual void DscKnxIpConfig::SetDNSAddress(unsigned int, unsigned long)";
 
 const std::size_t kMacLength = 6;
 const std::size_t kMaxMacTextLength = 17;
@@ -32,7 +42,10 @@ const std::size_t kMaxMacTextLength = 17;
 } // namespace
 
 DscKnxIpConfig::DscKnxIpConfig()
-    : m_refreshNetwork(true), m_macAddress(), m_interfaceIndex(0), m_macValid(false),
+    : m_refreshNetwork(true),
+      m_macAddress(),
+      m_interfaceIndex(0),
+      m_macValid(false),
       m_logger(log4cplus::Logger::getInstance("KnxStack.IpConfig")) {
     m_configured.assignmentMethods = MethodManual | MethodBootP | MethodDhcp | MethodAutoIp;
 }

@@ -68,8 +68,7 @@ public:
     // Address texts.
     unsigned long IpAddress2DWORD(const char* text) const;
     const char* DWORD2IpAddress(unsigned long value) const;
-    bool PrepareMacAddress(const std::string& text, unsigned char* bytes,
-                           unsigned int count) const;
+    bool PrepareMacAddress(const std::string& text, unsigned char* bytes, unsigned int count) const;
 
     // Network interface selection.
     bool InitNetwork(KnxStack::Ip::IpConnectionInfo& connection, bool readDeviceSettings);

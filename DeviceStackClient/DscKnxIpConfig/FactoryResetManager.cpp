@@ -36,8 +36,10 @@ std::uint16_t ParseProcessTime(const std::string& text) {
 } // namespace
 
 FactoryResetManager::FactoryResetManager()
-    : m_processTime(kDefaultProcessTime), m_restartType("FactoryReset"),
-      m_logger(log4cplus::Logger::getInstance("DscKnxIpConfig.FactoryResetManager")) {}
+    : m_processTime(kDefaultProcessTime),
+      m_restartType("FactoryReset"),
+      m_logger(log4cplus::Logger::getInstance("DscKnxIpConfig.FactoryResetManager")) {
+}
 
 FactoryResetManager::~FactoryResetManager() = default;
 

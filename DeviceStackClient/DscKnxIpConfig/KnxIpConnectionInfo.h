@@ -24,8 +24,8 @@ public:
     // Selects the interface to use: when `specified`, the one of `index` (if > 0)
     // or else of `name`; otherwise the library's own choice. Returns the selected
     // interface's identifier, or NoInterface.
-    unsigned long DetermineNetworkInterface(const std::string& name, int index,
-                                            unsigned long flags, bool specified);
+    unsigned long DetermineNetworkInterface(const std::string& name, int index, unsigned long flags,
+                                            bool specified);
     unsigned long GetCurrentIpAddress();
     unsigned long GetCurrentNetmask();
     unsigned long GetCurrentGateway();

@@ -15,14 +15,14 @@ constexpr const char* IpConfig = "DeviceStackClient/DscKnxIpConfig/DscKnxIpConfi
 constexpr const char* FactoryReset = "DeviceStackClient/DscKnxIpConfig/FactoryResetManager";
 } // namespace DscLogFile
 
-#define DSC_LOG(logger, level, file, function, message)                                  \
-    do {                                                                                 \
-        if ((logger).isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                       \
-            std::ostringstream dscLogStream_;                                            \
-            dscLogStream_ << message;                                                    \
-            (logger).forcedLog(log4cplus::level##_LOG_LEVEL, dscLogStream_.str(), file,   \
-                               __LINE__, function);                                      \
-        }                                                                                \
+#define DSC_LOG(logger, level, file, function, message)                                           \
+    do {                                                                                          \
+        if ((logger).isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                                \
+            std::ostringstream dscLogStream_;                                                     \
+            dscLogStream_ << message;                                                             \
+            (logger).forcedLog(log4cplus::level##_LOG_LEVEL, dscLogStream_.str(), file, __LINE__, \
+                               function);                                                         \
+        }                                                                                         \
     } while (false)
 
 #endif

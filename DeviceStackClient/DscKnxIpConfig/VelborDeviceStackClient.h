@@ -15,8 +15,7 @@ public:
     virtual ~IDeviceStackClient() {}
     // Sends one command text; `reply` receives the service's answer.
     // `timeout` is handed on to the service exchange.
-    virtual bool RequestCommand(const std::string& request, std::string& reply,
-                                int timeout) = 0;
+    virtual bool RequestCommand(const std::string& request, std::string& reply, int timeout) = 0;
     // Registers the calling application; required once before any request.
     virtual bool RegisterApplication(const std::string& name, const std::string& type,
                                      const std::string& protocol) = 0;

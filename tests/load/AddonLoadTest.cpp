@@ -102,9 +102,8 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
     EXPECT_NE(ipConfig, secondIpConfig);
     EXPECT_EQ(ipConfig->GetIpCapabilities(), 6);
 
-    EXPECT_TRUE(reset->Init({{"applicationData", "/data/app"},
-                             {"processTime", "0x3C"},
-                             {"restartType", "Reboot"}}));
+    EXPECT_TRUE(reset->Init(
+        {{"applicationData", "/data/app"}, {"processTime", "0x3C"}, {"restartType", "Reboot"}}));
     EXPECT_EQ(reset->GetProcessTime(), 60);
 
     delete ipConfig;
@@ -121,7 +120,8 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
 
     const char* const factoryLogger = "KnxStack.IpConfigFactory";
     const char* const resetLogger = "DscKnxIpConfig.FactoryResetManager";
-    const char* const resetInit = "virtual bool FactoryResetManager::Init(const ConfigPropertyMap&)";
+    const char* const resetInit =
+        "virtual bool FactoryResetManager::Init(const ConfigPropertyMap&)";
     const std::vector<Expected> expected = {
         {log4cplus::INFO_LOG_LEVEL, factoryLogger, "Startup() ...", kFile,
          "void AddonFactory::Startup(KnxStack::IAddonManager&)"},
@@ -135,10 +135,10 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
         {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Create(): end.", kFile, kCreateReset},
         {log4cplus::DEBUG_LOG_LEVEL, resetLogger, "FactoryResetManager::Init() called.", kResetFile,
          resetInit},
-        {log4cplus::INFO_LOG_LEVEL, resetLogger, "FactoryResetManager::Init(): applicationData=/data/app",
-         kResetFile, resetInit},
-        {log4cplus::DEBUG_LOG_LEVEL, resetLogger, "FactoryResetManager::Init(): process time set to 60",
-         kResetFile, resetInit},
+        {log4cplus::INFO_LOG_LEVEL, resetLogger,
+         "FactoryResetManager::Init(): applicationData=/data/app", kResetFile, resetInit},
+        {log4cplus::DEBUG_LOG_LEVEL, resetLogger,
+         "FactoryResetManager::Init(): process time set to 60", kResetFile, resetInit},
         {log4cplus::INFO_LOG_LEVEL, resetLogger, "FactoryResetManager::Init(): restartType=Reboot",
          kResetFile, resetInit},
         {log4cplus::DEBUG_LOG_LEVEL, resetLogger, "FactoryResetManager::GetProcessTime() called.",

@@ -30,7 +30,8 @@ namespace Ip {
 
 struct IpConnectionInfo::State {};
 
-IpConnectionInfo::IpConnectionInfo() : m_state(nullptr) {}
+IpConnectionInfo::IpConnectionInfo() : m_state(nullptr) {
+}
 
 IpConnectionInfo::~IpConnectionInfo() = default;
 

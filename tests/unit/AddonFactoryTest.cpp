@@ -32,8 +32,8 @@ TEST_P(CreateByName, CreatesOnlyOnExactClassName) {
 
     std::unique_ptr<KnxStack::IIpConfigurationManager> ownedIp(
         GetParam().ipConfigCreated ? ipConfig : nullptr);
-    std::unique_ptr<KnxStack::IFactoryResetManager> ownedReset(
-        GetParam().resetCreated ? reset : nullptr);
+    std::unique_ptr<KnxStack::IFactoryResetManager> ownedReset(GetParam().resetCreated ? reset
+                                                                                       : nullptr);
     EXPECT_EQ(ipConfig == untouchedIp, !GetParam().ipConfigCreated);
     EXPECT_EQ(reset == untouchedReset, !GetParam().resetCreated);
     EXPECT_EQ(log.Lines(), (std::vector<LogLine>{Debug("Create() ..."), Debug("Create(): end."),
@@ -56,8 +56,8 @@ TEST(AddonFactory, NullOutPointerIsRefusedWithOneError) {
     EXPECT_FALSE(factory.Create("FactoryResetManager",
                                 static_cast<KnxStack::IFactoryResetManager**>(nullptr)));
     const LogLine refused = Error("Create(): null pointer as argument.");
-    EXPECT_EQ(log.Lines(),
-              (std::vector<LogLine>{Debug("Create() ..."), refused, Debug("Create() ..."), refused}));
+    EXPECT_EQ(log.Lines(), (std::vector<LogLine>{Debug("Create() ..."), refused,
+                                                 Debug("Create() ..."), refused}));
 }
 
 TEST(DscKnxIpConfig, FreshObjectReportsDefaultsWithoutLogging) {
@@ -97,14 +97,14 @@ TEST_P(ProcessTime, ConvertsLikeStrtolAndSaturates) {
                            }));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, ProcessTime,
-    testing::Values(ProcessTimeCase{"300", 300}, ProcessTimeCase{"0x12C", 300},
-                    ProcessTimeCase{"0X12c", 300}, ProcessTimeCase{"0454", 300},
-                    ProcessTimeCase{"  90s", 90}, ProcessTimeCase{"abc", 0}, ProcessTimeCase{"", 0},
-                    ProcessTimeCase{"-1", 0}, ProcessTimeCase{"65535", 65535},
-                    ProcessTimeCase{"70000", 65535},
-                    ProcessTimeCase{"99999999999999999999999", 65535}));
+INSTANTIATE_TEST_SUITE_P(Texts, ProcessTime,
+                         testing::Values(ProcessTimeCase{"300", 300}, ProcessTimeCase{"0x12C", 300},
+                                         ProcessTimeCase{"0X12c", 300},
+                                         ProcessTimeCase{"0454", 300}, ProcessTimeCase{"  90s", 90},
+                                         ProcessTimeCase{"abc", 0}, ProcessTimeCase{"", 0},
+                                         ProcessTimeCase{"-1", 0}, ProcessTimeCase{"65535", 65535},
+                                         ProcessTimeCase{"70000", 65535},
+                                         ProcessTimeCase{"99999999999999999999999", 65535}));
 
 TEST(FactoryResetManager, InitKeepsDefaultsAndIgnoresOtherKeys) {
     FactoryResetManager manager;
