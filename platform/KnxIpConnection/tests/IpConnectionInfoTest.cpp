@@ -1,0 +1,122 @@
+// Interface selection and current values, run inside the network namespace that
+// run-in-netns.sh builds (its interfaces are listed there).
+#include "KnxIpConnectionInfo.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <string>
+
+using KnxStack::Ip::IpConnectionInfo;
+using Mac = std::array<unsigned char, 6>;
+
+namespace {
+
+// The index of interface `name`; NoInterface for none (null).
+unsigned long Index(const char* name) {
+    return name ? if_nametoindex(name) : IpConnectionInfo::NoInterface;
+}
+
+// Runs `ip` in the test namespace; true on success.
+bool Ip(const std::string& arguments) {
+    return std::system(("ip " + arguments).c_str()) == 0;
+}
+
+class IpConnectionInfoTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!std::getenv("KNXIP_TEST_NETNS")) GTEST_SKIP() << "run by run-in-netns.sh";
+    }
+    IpConnectionInfo info;
+};
+
+TEST_F(IpConnectionInfoTest, SelectsInterface) {
+    struct {
+        const char *name, *indexOf; // indexOf: interface whose index is passed, else `index`
+        int index;
+        bool specified;
+        const char* expected; // null: none fits
+    } const cases[] = {
+        {"", "knxb0", 0, true, "knxb0"},        {"knxa0", "knxb0", 0, true, "knxb0"},
+        {"knxb0", nullptr, 0, true, "knxb0"},   {"knxc0", nullptr, -1, true, "knxc0"},
+        {"knxb0", nullptr, 0, false, "knxa0"},  {"", nullptr, 9999, true, nullptr},
+        {"nosuch0", nullptr, 0, true, nullptr}, {"", nullptr, 0, true, nullptr},
+    };
+    for (const auto& c : cases) {
+        const int index = c.indexOf ? static_cast<int>(Index(c.indexOf)) : c.index;
+        EXPECT_EQ(info.DetermineNetworkInterface(c.name, index, 0, c.specified), Index(c.expected))
+            << c.name << " " << index << " " << c.specified;
+    }
+}
+
+TEST_F(IpConnectionInfoTest, ReportsValuesOfSelectedInterface) {
+    struct {
+        const char* name;
+        unsigned long address, netmask, gateway;
+    } const cases[] = {{"knxa0", 0x0A4D0102, 0xFFFFFF00, 0x0A4D0101},
+                       {"knxb0", 0x0A4D0202, 0xFFFFFF00, 0x0A4D0201},
+                       {"knxa1", 0x0A4D0402, 0xFFFFFFFF, 0},
+                       {"lo", 0x7F000001, 0xFF000000, 0},
+                       {"knxc1", 0, 0, 0},
+                       {"nosuch0", 0, 0, 0}};
+    for (const auto& c : cases) {
+        info.DetermineNetworkInterface(c.name, 0, 0, true);
+        EXPECT_EQ(info.GetCurrentIpAddress(), c.address) << c.name;
+        EXPECT_EQ(info.GetCurrentNetmask(), c.netmask) << c.name;
+        EXPECT_EQ(info.GetCurrentGateway(), c.gateway) << c.name;
+    }
+}
+
+TEST_F(IpConnectionInfoTest, ReportsMacOfSelectedInterfaceOrZeros) {
+    Mac mac;
+    mac.fill(0xAA);
+    info.GetMacAddress(mac.data());
+    EXPECT_EQ(mac, Mac{});
+    info.DetermineNetworkInterface("knxa0", 0, 0, true);
+    info.GetMacAddress(mac.data());
+    EXPECT_EQ(mac, (Mac{0x02, 0x4b, 0x4e, 0x58, 0x00, 0x01}));
+}
+
+TEST_F(IpConnectionInfoTest, WithoutDefaultRouteTakesLowestUpNonLoopbackWithIpv4) {
+    ASSERT_LT(Index("knxc0"), Index("knxb0")); // down, yet first with IPv4
+    ASSERT_TRUE(Ip("route flush exact 0/0"));
+    const unsigned long selected = info.DetermineNetworkInterface("", 0, 0, false);
+    ASSERT_TRUE(
+        Ip("route add default via 10.77.1.1 && ip route add default via 10.77.2.1 metric 100"));
+    EXPECT_EQ(selected, Index("knxb0"));
+}
+
+TEST_F(IpConnectionInfoTest, SeesChangedValuesAtNextQuery) {
+    info.DetermineNetworkInterface("knxa0", 0, 0, true);
+    ASSERT_EQ(info.GetCurrentIpAddress(), 0x0A4D0102UL);
+    ASSERT_TRUE(
+        Ip("addr add 10.77.1.9/25 dev knxa0 && ip addr del 10.77.1.2/24 dev knxa0 && "
+           "ip route replace default via 10.77.1.7"));
+    const unsigned long values[] = {info.GetCurrentIpAddress(), info.GetCurrentNetmask(),
+                                    info.GetCurrentGateway()};
+    ASSERT_TRUE(
+        Ip("addr add 10.77.1.2/24 dev knxa0 && ip addr del 10.77.1.9/25 dev knxa0 && "
+           "ip route replace default via 10.77.1.1"));
+    EXPECT_EQ(values[0], 0x0A4D0109UL);
+    EXPECT_EQ(values[1], 0xFFFFFF80UL);
+    EXPECT_EQ(values[2], 0x0A4D0107UL);
+}
+
+TEST_F(IpConnectionInfoTest, FindsNoneWhereOnlyLoopbackExists) {
+    const int original = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(original, 0);
+    const bool entered = unshare(CLONE_NEWNET) == 0;
+    const bool loopbackUp = entered && Ip("link set lo up");
+    const unsigned long selected = IpConnectionInfo().DetermineNetworkInterface("", 0, 0, false);
+    const bool returned = !entered || setns(original, CLONE_NEWNET) == 0;
+    close(original);
+    ASSERT_TRUE(entered && returned && loopbackUp);
+    EXPECT_EQ(selected, IpConnectionInfo::NoInterface);
+}
+
+} // namespace
