@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# Runs knx-addon-host against the built add-on: a command session with its output
+# checked line by line, then the error cases with their exit codes and messages.
+# Usage: host_test.sh HOST FAKE_V19_ADDON LIBRARY_WITHOUT_ENTRY_FUNCTIONS
+set -uo pipefail
+host=$1 fake_addon=$2 no_entry_library=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# No service listens here, so the add-on keeps its own defaults.
+export VELBOR_DEVICE_STACK_SOCKET=$work/no-service.sock
+failures=0
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+
+mkdir -p "$work/data/sub" && touch "$work/data/a" "$work/data/sub/b"
+cat >"$work/host.properties" <<EOF
+# interface and factory reset settings
+ipconfig.interfaceName = knxtest0
+factoryreset.processTime=0x3C
+factoryreset.applicationData=$work/data
+EOF
+cat >"$work/log.properties" <<'EOF'
+log4cplus.rootLogger=DEBUG, err
+log4cplus.appender.err=log4cplus::ConsoleAppender
+log4cplus.appender.err.logToStdErr=true
+log4cplus.appender.err.layout=log4cplus::PatternLayout
+log4cplus.appender.err.layout.ConversionPattern=LOG %p %c: %m%n
+EOF
+cat >"$work/session.script" <<'EOF'
+# defaults, then every configured value set and read back
+get methods
+capabilities
+process-time
+set ip 192.168.1.50   # trailing comment
+set netmask 255.255.255.0
+set gateway 192.168.1.1
+set dns1 10.0.0.53
+set dns2 0.0.0.0
+set methods 0x1
+
+get ip
+commit
+factory-reset
+quit
+get netmask
+EOF
+expected="configured methods = 15
+capabilities = 6
+process time = 60
+configured ip = 192.168.1.50
+configured netmask = 255.255.255.0
+configured gateway = 192.168.1.1
+configured dns1 = 10.0.0.53
+configured dns2 = 0.0.0.0
+configured methods = 1
+configured ip = 192.168.1.50
+commit done
+factory reset done"
+
+"$host" --config "$work/host.properties" --script "$work/session.script" \
+  --log-config "$work/log.properties" --log-level INFO >"$work/out" 2>"$work/err" ||
+  fail "session: exit code $?: $(cat "$work/err")"
+diff <(echo "$expected") "$work/out" || fail "session: output differs"
+[ ! -e "$work/data" ] || fail "session: factory reset left $work/data"
+grep -qx 'LOG INFO KnxStack.IpConfigFactory: Shutdown() ...' "$work/err" ||
+  fail "session: no add-on shutdown in the log"
+! grep -q '^LOG DEBUG' "$work/err" || fail "session: --log-level INFO let DEBUG through"
+
+echo "capabilities" | "$host" --log-level OFF >"$work/out" 2>&1 || fail "stdin: exit code $?"
+[ "$(cat "$work/out")" = "capabilities = 6" ] || fail "stdin: got '$(cat "$work/out")'"
+printf 'mac\ncurrent ip\ncurrent netmask\ncurrent gateway\n' |
+  "$host" --log-level OFF >"$work/out" 2>&1 || fail "current values: exit code $?"
+grep -Eqx 'mac = ([0-9a-f]{2}:){5}[0-9a-f]{2}' "$work/out" || fail "mac: $(cat "$work/out")"
+[ "$(grep -Ecx 'current (ip|netmask|gateway) = [0-9]+(\.[0-9]+){3}' "$work/out")" = 3 ] ||
+  fail "current values: $(cat "$work/out")"
+
+printf 'get methods\nfrobnicate\nget ip\n' >"$work/bad.script"
+printf 'factoryreset.processTime=1\nprocessTime=2\n' >"$work/bad.properties"
+# name, exit code, expected standard output, text expected on standard error, host arguments
+check_failure() {
+  local name=$1 code=$2 output=$3 message=$4
+  shift 4
+  "$host" --log-level OFF "$@" </dev/null >"$work/out" 2>"$work/err"
+  local status=$?
+  [ "$status" -eq "$code" ] || fail "$name: exit code $status, expected $code"
+  [ "$(cat "$work/out")" = "$output" ] || fail "$name: output '$(cat "$work/out")'"
+  grep -qF -- "$message" "$work/err" || fail "$name: no '$message' in: $(cat "$work/err")"
+  ! grep -q 'fake add-on started' "$work/err" || fail "$name: started an incompatible add-on"
+}
+check_failure "bad command" 1 "configured methods = 15" \
+  "bad.script:2: unknown command 'frobnicate'" --script "$work/bad.script"
+check_failure "bad address" 1 "" ":1: not a dotted IPv4 address: '300.1.1.1'" \
+  --script <(echo "set ip 300.1.1.1")
+check_failure "bad value name" 1 "" "unknown value 'mask'" --script <(echo "get mask")
+check_failure "missing argument" 1 "" "usage: set ip|netmask" --script <(echo "set ip")
+check_failure "bad number" 1 "" "not a number" --script <(echo "set methods -1")
+check_failure "bad config line" 1 "" "bad.properties:2: expected" --config "$work/bad.properties"
+check_failure "missing add-on" 3 "" "cannot load add-on" --addon "$work/missing.so"
+check_failure "missing entry function" 3 "" "add-on has no entry function" \
+  --addon "$no_entry_library"
+check_failure "wrong API version" 3 "" "built for API version 19, this host needs 20" \
+  --addon "$fake_addon"
+check_failure "bad option" 2 "" "bad argument --frob" --frob
+check_failure "bad log level" 2 "" "unknown log level LOUD" --log-level LOUD
+check_failure "missing script" 2 "" "cannot read script" --script "$work/missing.script"
+
+[ "$failures" -eq 0 ] && echo "all host checks passed"
+exit $((failures > 0))
