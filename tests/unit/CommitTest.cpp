@@ -165,7 +165,7 @@ TEST_F(CommitTest, ClientExceptionsReachTheHostAndDestroyTheClientOnce) {
     }
 }
 
-TEST_F(CommitTest, HostSessionSendsOneStaticRequestAndSeesTheNewAddress) {
+TEST_F(CommitTest, HostSwitchToStaticAddressSendsOneRequestAndSeesTheNewAddress) {
     const DeviceValues lease = With(kOnDhcp, 1, "192.168.1.110");
     InSequence order;
     EXPECT_CALL(net, DetermineNetworkInterface("eth0", 0, 0UL, true));
