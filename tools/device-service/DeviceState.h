@@ -1,0 +1,43 @@
+// The device's settings as the device service keeps them, and their texts:
+// the configuration reply that clients scan and the persisted state document.
+#ifndef DEVICE_SERVICE_DEVICE_STATE_H
+#define DEVICE_SERVICE_DEVICE_STATE_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace DeviceService {
+
+using Settings = std::map<std::string, std::string>;
+
+struct DeviceState {
+    Settings settings; // always exactly the six known keys
+    std::uint64_t restartCount = 0;
+
+    bool operator==(const DeviceState& other) const {
+        return settings == other.settings && restartCount == other.restartCount;
+    }
+};
+
+DeviceState DefaultState();
+
+// Why `value` is not acceptable for the setting `key`; empty when it is.
+std::string CheckSetting(const std::string& key, const std::string& value);
+
+// An IPv4 address in dotted text as a host-order number.
+std::optional<std::uint32_t> ParseIpv4(const std::string& text);
+
+// {"Dhcp":"false","IpAddress":"192.168.1.20",...}: every key, fixed order,
+// no blanks.
+std::string ConfigText(const DeviceState& state);
+
+std::string StateText(const DeviceState& state);
+// The state in a persisted document, or nothing when it is not a valid one.
+std::optional<DeviceState> ParseStateText(std::string_view text);
+
+} // namespace DeviceService
+
+#endif
