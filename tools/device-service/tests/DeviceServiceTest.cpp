@@ -260,7 +260,7 @@ TEST_F(DeviceServiceTest, LostServiceFailsEveryOperationAtOnce) {
 
 TEST_F(DeviceServiceTest, SilentOrDyingPeerFailsWithinTheTimeLimit) {
     const int listener = Listener(m_socket);
-    auto silent = Velbor::CreateDeviceStackClient(m_socket); // queued, never accepted
+    auto silent = Velbor::CreateDeviceStackClient(m_socket); // accepted only after it gave up
     std::string reply;
     Clock::time_point start = Clock::now();
     EXPECT_FALSE(silent->RequestCommand("{}", reply, 1));
