@@ -14,7 +14,7 @@ namespace Ip {
 class KNXSTACK_IP_API IpConnectionInfo {
 public:
     // Returned by DetermineNetworkInterface when no interface fits.
-    static const unsigned long NoInterface = 0xFFFFFFFFUL;
+    static constexpr unsigned long NoInterface = 0xFFFFFFFFUL;
 
     IpConnectionInfo();
     ~IpConnectionInfo();

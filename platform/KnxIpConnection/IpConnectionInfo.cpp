@@ -205,9 +205,6 @@ struct IpConnectionInfo::State {
     unsigned index = 0; // the selected interface; 0 while none is selected
 };
 
-// Defined here so that callers may bind it by reference.
-const unsigned long IpConnectionInfo::NoInterface;
-
 IpConnectionInfo::IpConnectionInfo() : m_state(new State) {
 }
 
