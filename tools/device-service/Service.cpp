@@ -99,18 +99,28 @@ void Log(const std::string& line) {
     std::cerr << "velbor-device-service: " << line << std::endl;
 }
 
+// Applies a static configuration to the named interface, when one is named.
+static void ApplySettings(const std::string& interfaceName, const Settings& settings) {
+    if (interfaceName.empty()) {
+        return;
+    }
+    const ApplyResult result = ApplyToInterface(interfaceName, settings);
+    Log((result.ok ? "applied " : "could not apply the settings to ") + result.message);
+}
+
 std::unique_ptr<Service> Service::Create(const Options& options, std::string& error) {
     std::optional<DeviceState> state = LoadState(options.statePath, error);
     if (!state) {
         return nullptr;
     }
+    // The interface is configured before the socket accepts anyone, so a client
+    // that reaches the service already finds the settings applied.
+    ApplySettings(options.interfaceName, state->settings);
     const int listenFd = Listen(options.socketPath, error);
     if (listenFd < 0) {
         return nullptr;
     }
-    std::unique_ptr<Service> service(new Service(options, *state, listenFd));
-    service->ApplyToInterface();
-    return service;
+    return std::unique_ptr<Service>(new Service(options, *state, listenFd));
 }
 
 Service::Service(const Options& options, DeviceState state, int listenFd)
@@ -265,12 +275,7 @@ std::string Service::Change(const Client& client, DeviceState next, const std::s
 }
 
 void Service::ApplyToInterface() {
-    if (m_options.interfaceName.empty()) {
-        return;
-    }
-    const ApplyResult result =
-        DeviceService::ApplyToInterface(m_options.interfaceName, m_state.settings);
-    Log((result.ok ? "applied " : "could not apply the settings to ") + result.message);
+    ApplySettings(m_options.interfaceName, m_state.settings);
 }
 
 } // namespace DeviceService
