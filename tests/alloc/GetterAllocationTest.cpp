@@ -4,11 +4,9 @@
 #include "LogCapture.h"
 
 #include <gtest/gtest.h>
-#include <log4cplus/logger.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <memory>
 #include <new>
 
 namespace {
@@ -17,9 +15,7 @@ std::atomic<std::size_t> g_allocations{0};
 
 void* operator new(std::size_t size) {
     ++g_allocations;
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
+    if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
     throw std::bad_alloc();
 }
 
@@ -34,7 +30,9 @@ void operator delete(void* memory, std::size_t) noexcept {
 namespace {
 
 // Allocations made by one round of the four getters.
-std::size_t AllocationsOfGetters(KnxStack::IIpConfigurationManager& manager) {
+std::size_t AllocationsOfGetters() {
+    DscKnxIpConfig config;
+    KnxStack::IIpConfigurationManager& manager = config;
     const std::size_t before = g_allocations;
     volatile unsigned long sink = manager.GetConfiguredNetmask();
     sink = sink + manager.GetConfiguredIpAddress();
@@ -43,23 +41,19 @@ std::size_t AllocationsOfGetters(KnxStack::IIpConfigurationManager& manager) {
     return g_allocations - before;
 }
 
-} // namespace
-
 TEST(GetterAllocation, NoneWithDebugOff) {
-    const std::unique_ptr<KnxStack::IIpConfigurationManager> manager(new DscKnxIpConfig);
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    const log4cplus::LogLevel previous = root.getLogLevel();
-    root.setLogLevel(log4cplus::INFO_LOG_LEVEL);
-    EXPECT_EQ(AllocationsOfGetters(*manager), 0U);
-    root.setLogLevel(previous);
+    const LogCapture log(log4cplus::INFO_LOG_LEVEL);
+    EXPECT_EQ(AllocationsOfGetters(), 0U);
+    EXPECT_TRUE(log.Lines().empty());
 }
 
-TEST(GetterAllocation, DebugOnLogsEveryGetter) {
-    const std::unique_ptr<KnxStack::IIpConfigurationManager> manager(new DscKnxIpConfig);
-    LogCapture log(log4cplus::DEBUG_LOG_LEVEL);
-    EXPECT_GT(AllocationsOfGetters(*manager), 0U);
-    EXPECT_EQ(log.Lines(), (std::vector<LogLine>{Debug("GetConfiguredNetmask(): Value = 0"),
-                                                 Debug("GetConfiguredIpAddress(): Value = 0"),
-                                                 Debug("GetConfiguredGateway(): Value = 0"),
-                                                 Debug("GetIpAssignmentMethods(): Value = 15")}));
+TEST(GetterAllocation, EveryGetterLogsWithDebugOn) {
+    const LogCapture log(log4cplus::DEBUG_LOG_LEVEL);
+    EXPECT_GT(AllocationsOfGetters(), 0U);
+    EXPECT_EQ(log.Lines(), (Lines{Debug("GetConfiguredNetmask(): Value = 0"),
+                                  Debug("GetConfiguredIpAddress(): Value = 0"),
+                                  Debug("GetConfiguredGateway(): Value = 0"),
+                                  Debug("GetIpAssignmentMethods(): Value = 15")}));
 }
+
+} // namespace

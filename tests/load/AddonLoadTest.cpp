@@ -3,57 +3,31 @@
 #include "KnxStackAddonInterface.h"
 #include "LogCapture.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <dlfcn.h>
 
-#include <string>
-#include <vector>
+#include <tuple>
 
 namespace {
 
-// Records every call the add-on makes on the host's add-on manager.
-class RecordingAddonManager : public KnxStack::IAddonManager {
+using testing::_;
+using testing::StrEq;
+using IpConfigFactory = KnxStack::AddonClassFactory<KnxStack::IIpConfigurationManager>;
+using ResetFactory = KnxStack::AddonClassFactory<KnxStack::IFactoryResetManager>;
+
+class MockAddonManager : public KnxStack::IAddonManager {
 public:
-    std::vector<std::string> calls;
-    KnxStack::AddonClassFactory<KnxStack::IIpConfigurationManager>* ipConfigFactory = nullptr;
-    KnxStack::AddonClassFactory<KnxStack::IFactoryResetManager>* resetFactory = nullptr;
-
-    bool RegisterAddon(const char*, int) override { return Unexpected("RegisterAddon"); }
-    bool UnregisterAddon(const char*) override { return Unexpected("UnregisterAddon"); }
-    bool IsClassRegistered(const char*) override { return Unexpected("IsClassRegistered"); }
-    bool SetAddonOption(const char*, const char*) override { return Unexpected("SetAddonOption"); }
-    bool GetAddonOption(const char*, char*, unsigned int) override {
-        return Unexpected("GetAddonOption");
-    }
-    bool RegisterIpConfigurationManagerFactory(
-        const char* className,
-        KnxStack::AddonClassFactory<KnxStack::IIpConfigurationManager>* factory) override {
-        calls.push_back(std::string("RegisterIpConfigurationManagerFactory ") + className);
-        ipConfigFactory = factory;
-        return true;
-    }
-    bool RegisterFactoryResetManagerFactory(
-        const char* className,
-        KnxStack::AddonClassFactory<KnxStack::IFactoryResetManager>* factory) override {
-        calls.push_back(std::string("RegisterFactoryResetManagerFactory ") + className);
-        resetFactory = factory;
-        return true;
-    }
-    bool UnregisterIpConfigurationManagerFactory(const char* className) override {
-        calls.push_back(std::string("UnregisterIpConfigurationManagerFactory ") + className);
-        return true;
-    }
-    bool UnregisterFactoryResetManagerFactory(const char* className) override {
-        calls.push_back(std::string("UnregisterFactoryResetManagerFactory ") + className);
-        return true;
-    }
-
-private:
-    bool Unexpected(const char* name) {
-        calls.push_back(std::string("unexpected ") + name);
-        return false;
-    }
+    MOCK_METHOD(bool, RegisterAddon, (const char*, int), (override));
+    MOCK_METHOD(bool, UnregisterAddon, (const char*), (override));
+    MOCK_METHOD(bool, IsClassRegistered, (const char*), (override));
+    MOCK_METHOD(bool, RegisterIpConfigurationManagerFactory, (const char*, IpConfigFactory*),
+                (override));
+    MOCK_METHOD(bool, RegisterFactoryResetManagerFactory, (const char*, ResetFactory*), (override));
+    MOCK_METHOD(bool, SetAddonOption, (const char*, const char*), (override));
+    MOCK_METHOD(bool, GetAddonOption, (const char*, char*, unsigned int), (override));
+    MOCK_METHOD(bool, UnregisterIpConfigurationManagerFactory, (const char*), (override));
+    MOCK_METHOD(bool, UnregisterFactoryResetManagerFactory, (const char*), (override));
 };
 
 template <typename Function>
@@ -61,22 +35,16 @@ Function Entry(void* library, const char* name) {
     return reinterpret_cast<Function>(dlsym(library, name));
 }
 
-const char* const kFile = "DeviceStackClient/DscKnxIpConfig/DscKnxIpConfig";
-const char* const kResetFile = "DeviceStackClient/DscKnxIpConfig/FactoryResetManager";
-const char* const kCreateIp =
-    "virtual bool AddonFactory::Create(const char*, KnxStack::IIpConfigurationManager**)";
-const char* const kCreateReset =
-    "virtual bool AddonFactory::Create(const char*, KnxStack::IFactoryResetManager**)";
-
-struct Expected {
-    log4cplus::LogLevel level;
-    const char* logger;
-    const char* message;
-    const char* file;
-    const char* function;
-};
-
-} // namespace
+// The expected record of the factory, or with `reset` of the factory reset manager.
+LogRecord Expected(const LogLine& line, const char* function, bool reset = false) {
+    return {line.level,
+            reset ? "DscKnxIpConfig.FactoryResetManager" : "KnxStack.IpConfigFactory",
+            line.message,
+            reset ? "DeviceStackClient/DscKnxIpConfig/FactoryResetManager"
+                  : "DeviceStackClient/DscKnxIpConfig/DscKnxIpConfig",
+            0,
+            function};
+}
 
 TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
     void* library = dlopen(DSC_ADDON_PATH, RTLD_NOW | RTLD_LOCAL);
@@ -88,76 +56,66 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
     EXPECT_EQ(version(), 20);
 
     LogCapture log;
-    RecordingAddonManager manager;
+    testing::StrictMock<MockAddonManager> manager;
+    IpConfigFactory* ipConfigFactory = nullptr;
+    ResetFactory* resetFactory = nullptr;
+    {
+        testing::InSequence order;
+        EXPECT_CALL(manager, RegisterIpConfigurationManagerFactory(StrEq("DscKnxIpConfig"), _))
+            .WillOnce(testing::DoAll(testing::SaveArg<1>(&ipConfigFactory), testing::Return(true)));
+        EXPECT_CALL(manager, RegisterFactoryResetManagerFactory(StrEq("FactoryResetManager"), _))
+            .WillOnce(testing::DoAll(testing::SaveArg<1>(&resetFactory), testing::Return(true)));
+        EXPECT_CALL(manager, UnregisterFactoryResetManagerFactory(StrEq("FactoryResetManager")));
+        EXPECT_CALL(manager, UnregisterIpConfigurationManagerFactory(StrEq("DscKnxIpConfig")));
+    }
     startup(manager);
-    ASSERT_TRUE(manager.ipConfigFactory && manager.resetFactory);
-
-    KnxStack::IIpConfigurationManager* ipConfig = nullptr;
-    KnxStack::IIpConfigurationManager* secondIpConfig = nullptr;
+    ASSERT_TRUE(ipConfigFactory && resetFactory);
+    KnxStack::IIpConfigurationManager *ipConfig = nullptr, *secondIpConfig = nullptr;
     KnxStack::IFactoryResetManager* reset = nullptr;
-    EXPECT_TRUE(manager.ipConfigFactory->Create("DscKnxIpConfig", &ipConfig));
-    EXPECT_TRUE(manager.ipConfigFactory->Create("DscKnxIpConfig", &secondIpConfig));
-    EXPECT_TRUE(manager.resetFactory->Create("FactoryResetManager", &reset));
+    EXPECT_TRUE(ipConfigFactory->Create("DscKnxIpConfig", &ipConfig));
+    EXPECT_TRUE(ipConfigFactory->Create("DscKnxIpConfig", &secondIpConfig));
+    EXPECT_TRUE(resetFactory->Create("FactoryResetManager", &reset));
     ASSERT_TRUE(ipConfig && secondIpConfig && reset);
     EXPECT_NE(ipConfig, secondIpConfig);
     EXPECT_EQ(ipConfig->GetIpCapabilities(), 6);
-
     EXPECT_TRUE(reset->Init(
         {{"applicationData", "/data/app"}, {"processTime", "0x3C"}, {"restartType", "Reboot"}}));
     EXPECT_EQ(reset->GetProcessTime(), 60);
-
     delete ipConfig;
     delete secondIpConfig;
     delete reset;
     shutdown(manager);
 
-    EXPECT_EQ(manager.calls, (std::vector<std::string>{
-                                 "RegisterIpConfigurationManagerFactory DscKnxIpConfig",
-                                 "RegisterFactoryResetManagerFactory FactoryResetManager",
-                                 "UnregisterFactoryResetManagerFactory FactoryResetManager",
-                                 "UnregisterIpConfigurationManagerFactory DscKnxIpConfig",
-                             }));
-
-    const char* const factoryLogger = "KnxStack.IpConfigFactory";
-    const char* const resetLogger = "DscKnxIpConfig.FactoryResetManager";
-    const char* const resetInit =
-        "virtual bool FactoryResetManager::Init(const ConfigPropertyMap&)";
-    const std::vector<Expected> expected = {
-        {log4cplus::INFO_LOG_LEVEL, factoryLogger, "Startup() ...", kFile,
-         "void AddonFactory::Startup(KnxStack::IAddonManager&)"},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Startup() end.", kFile,
-         "void AddonFactory::Startup(KnxStack::IAddonManager&)"},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Create() ...", kFile, kCreateIp},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Create(): end.", kFile, kCreateIp},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Create() ...", kFile, kCreateIp},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Create(): end.", kFile, kCreateIp},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Create() ...", kFile, kCreateReset},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Create(): end.", kFile, kCreateReset},
-        {log4cplus::DEBUG_LOG_LEVEL, resetLogger, "FactoryResetManager::Init() called.", kResetFile,
-         resetInit},
-        {log4cplus::INFO_LOG_LEVEL, resetLogger,
-         "FactoryResetManager::Init(): applicationData=/data/app", kResetFile, resetInit},
-        {log4cplus::DEBUG_LOG_LEVEL, resetLogger,
-         "FactoryResetManager::Init(): process time set to 60", kResetFile, resetInit},
-        {log4cplus::INFO_LOG_LEVEL, resetLogger, "FactoryResetManager::Init(): restartType=Reboot",
-         kResetFile, resetInit},
-        {log4cplus::DEBUG_LOG_LEVEL, resetLogger, "FactoryResetManager::GetProcessTime() called.",
-         kResetFile, "virtual unsigned short FactoryResetManager::GetProcessTime()"},
-        {log4cplus::INFO_LOG_LEVEL, factoryLogger, "Shutdown() ...", kFile,
-         "void AddonFactory::Shutdown(KnxStack::IAddonManager&)"},
-        {log4cplus::DEBUG_LOG_LEVEL, factoryLogger, "Shutdown() end.", kFile,
-         "void AddonFactory::Shutdown(KnxStack::IAddonManager&)"},
+    const char* const startupFn = "void AddonFactory::Startup(KnxStack::IAddonManager&)";
+    const char* const shutdownFn = "void AddonFactory::Shutdown(KnxStack::IAddonManager&)";
+    const char* const createIp =
+        "virtual bool AddonFactory::Create(const char*, KnxStack::IIpConfigurationManager**)";
+    const char* const createReset =
+        "virtual bool AddonFactory::Create(const char*, KnxStack::IFactoryResetManager**)";
+    const char* const init = "virtual bool FactoryResetManager::Init(const ConfigPropertyMap&)";
+    const char* const time = "virtual unsigned short FactoryResetManager::GetProcessTime()";
+    // clang-format off
+    const std::vector<LogRecord> expected = {
+        Expected(Info("Startup() ..."), startupFn), Expected(Debug("Startup() end."), startupFn),
+        Expected(Debug("Create() ..."), createIp), Expected(Debug("Create(): end."), createIp),
+        Expected(Debug("Create() ..."), createIp), Expected(Debug("Create(): end."), createIp),
+        Expected(Debug("Create() ..."), createReset), Expected(Debug("Create(): end."), createReset),
+        Expected(Debug("FactoryResetManager::Init() called."), init, true),
+        Expected(Info("FactoryResetManager::Init(): applicationData=/data/app"), init, true),
+        Expected(Debug("FactoryResetManager::Init(): process time set to 60"), init, true),
+        Expected(Info("FactoryResetManager::Init(): restartType=Reboot"), init, true),
+        Expected(Debug("FactoryResetManager::GetProcessTime() called."), time, true),
+        Expected(Info("Shutdown() ..."), shutdownFn), Expected(Debug("Shutdown() end."), shutdownFn)};
+    // clang-format on
+    const auto fields = [](const LogRecord& r) {
+        return std::tie(r.level, r.logger, r.message, r.file, r.function);
     };
-    const std::vector<LogRecord>& records = log.Records();
-    ASSERT_EQ(records.size(), expected.size());
+    ASSERT_EQ(log.Records().size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
-        SCOPED_TRACE(expected[i].message);
-        EXPECT_EQ(records[i].level, expected[i].level);
-        EXPECT_EQ(records[i].logger, expected[i].logger);
-        EXPECT_EQ(records[i].message, expected[i].message);
-        EXPECT_EQ(records[i].file, expected[i].file);
-        EXPECT_EQ(records[i].function, expected[i].function);
-        EXPECT_GT(records[i].line, 0);
+        EXPECT_EQ(fields(log.Records()[i]), fields(expected[i])) << i;
+        EXPECT_GT(log.Records()[i].line, 0) << i;
     }
     dlclose(library);
 }
+
+} // namespace

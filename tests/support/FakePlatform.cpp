@@ -4,29 +4,7 @@
 
 #include <cstring>
 
-namespace {
-MockIpConnection* g_connection = nullptr;
-MockDeviceStackFactory* g_factory = nullptr;
-} // namespace
-
-MockIpConnection::MockIpConnection() {
-    g_connection = this;
-}
-
-MockIpConnection::~MockIpConnection() {
-    g_connection = nullptr;
-}
-
-MockDeviceStackFactory::MockDeviceStackFactory() {
-    g_factory = this;
-}
-
-MockDeviceStackFactory::~MockDeviceStackFactory() {
-    g_factory = nullptr;
-}
-
-namespace KnxStack {
-namespace Ip {
+namespace KnxStack::Ip {
 
 struct IpConnectionInfo::State {};
 
@@ -37,42 +15,39 @@ IpConnectionInfo::~IpConnectionInfo() = default;
 
 unsigned long IpConnectionInfo::DetermineNetworkInterface(const std::string& name, int index,
                                                           unsigned long flags, bool specified) {
-    return g_connection != nullptr
-               ? g_connection->DetermineNetworkInterface(name, index, flags, specified)
-               : 1;
+    MockIpConnection* net = MockIpConnection::current;
+    return net ? net->DetermineNetworkInterface(name, index, flags, specified) : 1;
 }
 
 unsigned long IpConnectionInfo::GetCurrentIpAddress() {
-    return g_connection != nullptr ? g_connection->GetCurrentIpAddress() : 0;
+    return MockIpConnection::current ? MockIpConnection::current->GetCurrentIpAddress() : 0;
 }
 
 unsigned long IpConnectionInfo::GetCurrentNetmask() {
-    return g_connection != nullptr ? g_connection->GetCurrentNetmask() : 0;
+    return MockIpConnection::current ? MockIpConnection::current->GetCurrentNetmask() : 0;
 }
 
 unsigned long IpConnectionInfo::GetCurrentGateway() {
-    return g_connection != nullptr ? g_connection->GetCurrentGateway() : 0;
+    return MockIpConnection::current ? MockIpConnection::current->GetCurrentGateway() : 0;
 }
 
 void IpConnectionInfo::GetMacAddress(unsigned char* mac) const {
-    if (g_connection != nullptr) {
-        g_connection->GetMacAddress(mac);
-    } else {
-        std::memset(mac, 0, 6);
-    }
+    std::memset(mac, 0, 6);
+    if (MockIpConnection::current) MockIpConnection::current->GetMacAddress(mac);
 }
 
-} // namespace Ip
-} // namespace KnxStack
+} // namespace KnxStack::Ip
 
 namespace Velbor {
 
 std::unique_ptr<IDeviceStackClient> CreateDeviceStackClient() {
-    return g_factory != nullptr ? g_factory->Create() : nullptr;
+    MockDeviceStackFactory* factory = MockDeviceStackFactory::current;
+    return factory ? factory->Create() : nullptr;
 }
 
 std::unique_ptr<IDeviceStackClient> CreateDeviceStackClient(const std::string& connection) {
-    return g_factory != nullptr ? g_factory->CreateWith(connection) : nullptr;
+    MockDeviceStackFactory* factory = MockDeviceStackFactory::current;
+    return factory ? factory->CreateWith(connection) : nullptr;
 }
 
 } // namespace Velbor

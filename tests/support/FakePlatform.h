@@ -13,8 +13,9 @@
 
 class MockIpConnection {
 public:
-    MockIpConnection();
-    ~MockIpConnection();
+    static inline MockIpConnection* current = nullptr;
+    MockIpConnection() { current = this; }
+    ~MockIpConnection() { current = nullptr; }
     MOCK_METHOD(unsigned long, DetermineNetworkInterface,
                 (const std::string& name, int index, unsigned long flags, bool specified));
     MOCK_METHOD(unsigned long, GetCurrentIpAddress, ());
@@ -26,22 +27,20 @@ public:
 class MockDeviceStackClient : public Velbor::IDeviceStackClient {
 public:
     ~MockDeviceStackClient() override { Destroyed(); }
-    MOCK_METHOD(bool, RequestCommand, (const std::string& request, std::string& reply, int timeout),
-                (override));
+    MOCK_METHOD(bool, RequestCommand, (const std::string&, std::string&, int), (override));
     MOCK_METHOD(bool, RegisterApplication,
-                (const std::string& name, const std::string& type, const std::string& protocol),
-                (override));
-    MOCK_METHOD(bool, GetDeviceConfig, (std::string & config, int flags), (override));
+                (const std::string&, const std::string&, const std::string&), (override));
+    MOCK_METHOD(bool, GetDeviceConfig, (std::string&, int), (override));
     MOCK_METHOD(void, Destroyed, ());
 };
 
 class MockDeviceStackFactory {
 public:
-    MockDeviceStackFactory();
-    ~MockDeviceStackFactory();
+    static inline MockDeviceStackFactory* current = nullptr;
+    MockDeviceStackFactory() { current = this; }
+    ~MockDeviceStackFactory() { current = nullptr; }
     MOCK_METHOD(std::unique_ptr<Velbor::IDeviceStackClient>, Create, ());
-    MOCK_METHOD(std::unique_ptr<Velbor::IDeviceStackClient>, CreateWith,
-                (const std::string& connection));
+    MOCK_METHOD(std::unique_ptr<Velbor::IDeviceStackClient>, CreateWith, (const std::string&));
 };
 
 #endif

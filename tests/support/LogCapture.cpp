@@ -5,67 +5,43 @@
 
 namespace {
 
-class RecordingAppender : public log4cplus::Appender {
-public:
-    ~RecordingAppender() override { destructorImpl(); }
+struct Recorder : log4cplus::Appender {
+    ~Recorder() override { destructorImpl(); }
     void close() override {}
-    std::vector<LogRecord> records;
-
-protected:
-    void append(const log4cplus::spi::InternalLoggingEvent& event) override {
-        records.push_back({event.getLogLevel(), event.getLoggerName(), event.getMessage(),
-                           event.getFile(), event.getLine(), event.getFunction()});
+    void append(const log4cplus::spi::InternalLoggingEvent& e) override {
+        records.push_back({e.getLogLevel(), e.getLoggerName(), e.getMessage(), e.getFile(),
+                           e.getLine(), e.getFunction()});
     }
+    std::vector<LogRecord> records;
 };
 
-RecordingAppender& Recorder(const log4cplus::SharedAppenderPtr& appender) {
-    return static_cast<RecordingAppender&>(*appender);
+std::vector<LogRecord>& RecordsOf(const log4cplus::SharedAppenderPtr& appender) {
+    return static_cast<Recorder&>(*appender).records;
 }
 
 } // namespace
 
-void PrintTo(const LogLine& line, std::ostream* os) {
-    *os << "{" << line.level << ", \"" << line.message << "\"}";
-}
-
-LogLine Debug(const std::string& message) {
-    return {log4cplus::DEBUG_LOG_LEVEL, message};
-}
-
-LogLine Info(const std::string& message) {
-    return {log4cplus::INFO_LOG_LEVEL, message};
-}
-
-LogLine Error(const std::string& message) {
-    return {log4cplus::ERROR_LOG_LEVEL, message};
-}
-
 LogCapture::LogCapture(log4cplus::LogLevel level)
-    : m_appender(new RecordingAppender),
-      m_previousLevel(log4cplus::Logger::getRoot().getLogLevel()) {
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.setLogLevel(level);
-    root.addAppender(m_appender);
+    : m_appender(new Recorder), m_previous(log4cplus::Logger::getRoot().getLogLevel()) {
+    log4cplus::Logger::getRoot().setLogLevel(level);
+    log4cplus::Logger::getRoot().addAppender(m_appender);
 }
 
 LogCapture::~LogCapture() {
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.removeAppender(m_appender);
-    root.setLogLevel(m_previousLevel);
+    log4cplus::Logger::getRoot().removeAppender(m_appender);
+    log4cplus::Logger::getRoot().setLogLevel(m_previous);
 }
 
 const std::vector<LogRecord>& LogCapture::Records() const {
-    return Recorder(m_appender).records;
+    return RecordsOf(m_appender);
 }
 
 std::vector<LogLine> LogCapture::Lines() const {
     std::vector<LogLine> lines;
-    for (const LogRecord& record : Records()) {
-        lines.push_back({record.level, record.message});
-    }
+    for (const LogRecord& r : Records()) lines.push_back({r.level, r.message});
     return lines;
 }
 
 void LogCapture::Clear() {
-    Recorder(m_appender).records.clear();
+    RecordsOf(m_appender).clear();
 }

@@ -1,173 +1,180 @@
-#include "DscKnxIpConfig.h"
-#include "FakePlatform.h"
-#include "LogCapture.h"
+#include "DeviceFixture.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <array>
-#include <string>
-#include <vector>
-
-using Manager = KnxStack::IIpConfigurationManager;
+#include <stdexcept>
 
 namespace {
 
+// A text, its value (first octet most significant) and the value written back as text.
+using AddressCase = std::tuple<const char*, unsigned long, const char*>;
+const AddressCase kAddressCases[] = {
+    {nullptr, 0, "0.0.0.0"},
+    {"192.168.1.10", 0xC0A8010A, "192.168.1.10"},
+    {"255.255.255.0", 0xFFFFFF00, "255.255.255.0"},
+    {"10.1", 0x0A000001, "10.0.0.1"},
+    {"abc", 0xFFFFFFFF, "255.255.255.255"},
+    {"256.0.0.1", 0xFFFFFFFF, "255.255.255.255"},
+    {"255.255.255.255", 0xFFFFFFFF, "255.255.255.255"},
+};
+
+class AddressText : public testing::TestWithParam<AddressCase> {};
+
+TEST_P(AddressText, ConvertsBothWays) {
+    const auto [text, value, back] = GetParam();
+    const DscKnxIpConfig config;
+    EXPECT_EQ(config.IpAddress2DWORD(text), value);
+    EXPECT_STREQ(config.DWORD2IpAddress(value), back);
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, AddressText, testing::ValuesIn(kAddressCases));
+
+// Two hex digits per byte, each pair three characters after the last; the text,
+// the byte count, the result and the bytes after the call.
+using Mac = std::array<unsigned char, 6>;
+const unsigned char kOld = 0xEE; // a byte that was in the buffer before the call
+const Mac kUntouched = {kOld, kOld, kOld, kOld, kOld, kOld};
+enum Result { Refused, Parsed, Throws };
+using MacTextCase = std::tuple<std::string, unsigned int, Result, Mac>;
+const MacTextCase kMacTextCases[] = {
+    {"00:1A:2B:3C:4D:5E", 6, Parsed, {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}},
+    {"00-1a.2B 3c\t4D_5e", 6, Parsed, {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}},
+    {"00F1AF2BF3CF4DF5E", 6, Parsed, {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}},
+    {"ff:FE:0", 2, Parsed, {0xFF, 0xFE, kOld, kOld, kOld, kOld}},
+    {"zz:1z: 7:Fg", 4, Parsed, {0x00, 0x01, 0x07, 0x0F, kOld, kOld}},
+    {"00:11:2", 3, Parsed, {0x00, 0x11, 0x02, kOld, kOld, kOld}},
+    {"00:11:22:", 4, Parsed, {0x00, 0x11, 0x22, 0x00, kOld, kOld}},
+    {"00:11:22", 6, Throws, {0x00, 0x11, 0x22, kOld, kOld, kOld}},
+    {"", 6, Refused, kUntouched},
+    {"00:1A:2B:3C:4D:5E:", 6, Parsed, kUntouched},
+    {"00:1A:2B:3C:4D:5E", 0, Parsed, kUntouched},
+};
+
+class MacText : public testing::TestWithParam<MacTextCase> {};
+
+TEST_P(MacText, FillsTheBytesItReads) {
+    const auto& [text, count, result, expected] = GetParam();
+    const DscKnxIpConfig config;
+    Mac bytes = kUntouched;
+    if (result == Throws) {
+        EXPECT_THROW(config.PrepareMacAddress(text, bytes.data(), count), std::out_of_range);
+    } else {
+        EXPECT_EQ(config.PrepareMacAddress(text, bytes.data(), count), result == Parsed);
+    }
+    EXPECT_EQ(bytes, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, MacText, testing::ValuesIn(kMacTextCases));
+
+// The MAC is read once per interface selection; its debug message shows the
+// cached bytes as characters up to the first zero byte.
+TEST(MacCache, ReadsTheInterfaceOnceUntilTheNextInterfaceSelection) {
+    testing::NiceMock<MockIpConnection> net;
+    const Mac first = {'A', 'B', 'C', 'D', 'E', 'F'}, second = {0xC0, 0xA8, 0x7F, ' ', 0, 'z'};
+    InSequence order;
+    EXPECT_CALL(net, GetMacAddress(_))
+        .WillOnce(testing::SetArrayArgument<0>(first.begin(), first.end()));
+    EXPECT_CALL(net, DetermineNetworkInterface("", 0, 0UL, false));
+    EXPECT_CALL(net, GetMacAddress(_))
+        .WillOnce(testing::SetArrayArgument<0>(second.begin(), second.end()));
+    DscKnxIpConfig config;
+    LogCapture log;
+    Mac mac = kUntouched, again = kUntouched, after = kUntouched;
+    config.GetMacAddress(mac.data());
+    config.GetMacAddress(again.data());
+    config.EnsureCorrectAddress();
+    config.GetMacAddress(after.data());
+
+    EXPECT_EQ(std::tie(mac, again, after), std::tie(first, first, second));
+    const LogLine firstShown = Debug("GetMacAddress(): Value = ABCDEF");
+    const LogLine secondShown = Debug("GetMacAddress(): Value = \xC0\xA8\x7F ");
+    EXPECT_EQ(log.Lines(),
+              (Lines{firstShown, firstShown, Info("InitNetwork(): starting..."),
+                     Info("DscKnxIpConfig: Selecting the primary network interface..."),
+                     secondShown, Debug("InitNetwork(): end."), secondShown}));
+}
+
 // IP address, netmask, gateway, assignment methods, DNS 1, DNS 2.
 using Fields = std::array<long long, 6>;
-const Fields kDefaults = {0, 0, 0, 15, 0, 0};
-
-Fields ReadAll(Manager& manager) {
-    return {static_cast<long long>(manager.GetConfiguredIpAddress()),
-            static_cast<long long>(manager.GetConfiguredNetmask()),
-            static_cast<long long>(manager.GetConfiguredGateway()),
-            manager.GetIpAssignmentMethods(),
-            static_cast<long long>(manager.GetDNSAddress(1)),
-            static_cast<long long>(manager.GetDNSAddress(2))};
+Fields ReadAll(KnxStack::IIpConfigurationManager& m) {
+    return {static_cast<long long>(m.GetConfiguredIpAddress()),
+            static_cast<long long>(m.GetConfiguredNetmask()),
+            static_cast<long long>(m.GetConfiguredGateway()),
+            m.GetIpAssignmentMethods(),
+            static_cast<long long>(m.GetDNSAddress(1)),
+            static_cast<long long>(m.GetDNSAddress(2))};
+}
+Lines GetDnsLines(unsigned long value) {
+    return {Debug("GetDNSAddress(): starting..."),
+            Debug("GetDNSAddress: Value = " + std::to_string(value)),
+            Debug("GetDNSAddress(): end.")};
 }
 
-// Calls all ten accessors with valid DNS indexes, then the two with `badIndex`.
-void CallEveryAccessor(Manager& manager, unsigned int badIndex) {
-    manager.SetConfiguredIpAddress(1);
-    manager.SetConfiguredNetmask(2);
-    manager.SetConfiguredGateway(3);
-    manager.SetIpAssignmentMethods(4);
-    manager.SetDNSAddress(1, 5);
-    manager.SetDNSAddress(2, 6);
-    ReadAll(manager);
-    manager.SetDNSAddress(badIndex, 7);
-    manager.GetDNSAddress(badIndex);
-}
-
-struct PlainCase {
-    const char* name;  // the operation name without its Get/Set prefix
-    std::size_t field; // index into Fields
-    void (*set)(Manager&, long long);
-    long long (*get)(Manager&);
-    long long value;
-    const char* text;
-};
-
-const auto SetIp = [](Manager& m, long long v) { m.SetConfiguredIpAddress(v); };
-const auto SetMask = [](Manager& m, long long v) { m.SetConfiguredNetmask(v); };
-const auto SetGateway = [](Manager& m, long long v) { m.SetConfiguredGateway(v); };
-const auto SetMethods = [](Manager& m, long long v) { m.SetIpAssignmentMethods(v); };
-const auto GetIp = [](Manager& m) -> long long { return m.GetConfiguredIpAddress(); };
-const auto GetMask = [](Manager& m) -> long long { return m.GetConfiguredNetmask(); };
-const auto GetGateway = [](Manager& m) -> long long { return m.GetConfiguredGateway(); };
-const auto GetMethods = [](Manager& m) -> long long { return m.GetIpAssignmentMethods(); };
-
-class PlainAccessor : public testing::TestWithParam<PlainCase> {};
-
-struct DnsCase {
-    unsigned int index;
-    bool valid;
-    unsigned long result; // of GetDNSAddress(index) after SetDNSAddress(index, 167772161)
-    Fields fields;
-};
-
-class DnsAccessor : public testing::TestWithParam<DnsCase> {};
-
-struct LevelCase {
-    log4cplus::LogLevel level;
-    std::vector<LogLine> lines;
-};
-
-class AccessorsAtLevel : public testing::TestWithParam<LevelCase> {};
-
-} // namespace
-
-TEST_P(PlainAccessor, StoresUncheckedAndLogsTheStoredValue) {
-    const PlainCase& c = GetParam();
+// Distinct values in every field show a setter or getter that uses the wrong one.
+TEST(ConfiguredValues, AreStoredUncheckedAndLoggedWithTheManagersLocation) {
+    testing::NiceMock<MockIpConnection> net;
     DscKnxIpConfig config;
     LogCapture log;
-    c.set(config, c.value);
-    EXPECT_EQ(c.get(config), c.value);
-    const std::string name = c.name;
-    EXPECT_EQ(log.Lines(), (std::vector<LogLine>{Debug("Set" + name + "(): starting..."),
-                                                 Debug("Set" + name + "(): end. Value = " + c.text),
-                                                 Debug("Get" + name + "(): Value = " + c.text)}));
-    Fields expected = kDefaults;
-    expected[c.field] = c.value;
-    EXPECT_EQ(ReadAll(config), expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Accessors, PlainAccessor,
-    testing::Values(PlainCase{"ConfiguredIpAddress", 0, SetIp, GetIp, 3232235786LL, "3232235786"},
-                    PlainCase{"ConfiguredIpAddress", 0, SetIp, GetIp, 0, "0"},
-                    PlainCase{"ConfiguredNetmask", 1, SetMask, GetMask, 4294967295LL, "4294967295"},
-                    PlainCase{"ConfiguredNetmask", 1, SetMask, GetMask, 4278255360LL, "4278255360"},
-                    PlainCase{"ConfiguredGateway", 2, SetGateway, GetGateway, 3232235777LL,
-                              "3232235777"},
-                    PlainCase{"IpAssignmentMethods", 3, SetMethods, GetMethods, -1, "-1"},
-                    PlainCase{"IpAssignmentMethods", 3, SetMethods, GetMethods, 112, "112"}));
-
-TEST_P(DnsAccessor, UsesOneBasedIndexesAndReportsOthers) {
-    const DnsCase& c = GetParam();
-    DscKnxIpConfig config;
+    EXPECT_EQ(config.GetIpCapabilities(), 6);
+    config.SetConfiguredIpAddress(3232235786);
+    config.SetConfiguredNetmask(4294967295);
+    config.SetConfiguredGateway(3232235777);
+    config.SetIpAssignmentMethods(-1);
     config.SetDNSAddress(1, 11);
     config.SetDNSAddress(2, 22);
-    LogCapture log;
-    config.SetDNSAddress(c.index, 167772161);
-    EXPECT_EQ(config.GetDNSAddress(c.index), c.result);
-
-    const std::string index = std::to_string(c.index);
-    std::vector<LogLine> expected{Debug("SetDNSAddress(): starting... index= " + index)};
-    if (!c.valid) {
-        expected.push_back(Error("SetDNSAddress(): invalid index = " + index));
-    }
-    expected.push_back(Debug("SetDNSAddress(): end. Value = 167772161"));
-    expected.push_back(Debug("GetDNSAddress(): starting..."));
-    if (!c.valid) {
-        expected.push_back(Error("GetDNSAddress(): invalid index = " + index));
-    }
-    expected.push_back(Debug("GetDNSAddress: Value = " + std::to_string(c.result)));
-    expected.push_back(Debug("GetDNSAddress(): end."));
-    EXPECT_EQ(log.Lines(), expected);
-    EXPECT_EQ(ReadAll(config), c.fields);
-}
-
-INSTANTIATE_TEST_SUITE_P(Indexes, DnsAccessor,
-                         testing::Values(DnsCase{1, true, 167772161, {0, 0, 0, 15, 167772161, 22}},
-                                         DnsCase{2, true, 167772161, {0, 0, 0, 15, 11, 167772161}},
-                                         DnsCase{0, false, 0, {0, 0, 0, 15, 11, 22}},
-                                         DnsCase{3, false, 0, {0, 0, 0, 15, 11, 22}},
-                                         DnsCase{4294967295U, false, 0, {0, 0, 0, 15, 11, 22}}));
-
-TEST_P(AccessorsAtLevel, WriteOnlyTheInvalidIndexErrorsWithoutDebug) {
-    DscKnxIpConfig config;
-    LogCapture log(GetParam().level);
-    CallEveryAccessor(config, 0);
-    EXPECT_EQ(log.Lines(), GetParam().lines);
-}
-
-INSTANTIATE_TEST_SUITE_P(Levels, AccessorsAtLevel,
-                         testing::Values(LevelCase{log4cplus::INFO_LOG_LEVEL,
-                                                   {Error("SetDNSAddress(): invalid index = 0"),
-                                                    Error("GetDNSAddress(): invalid index = 0")}},
-                                         LevelCase{log4cplus::ERROR_LOG_LEVEL,
-                                                   {Error("SetDNSAddress(): invalid index = 0"),
-                                                    Error("GetDNSAddress(): invalid index = 0")}},
-                                         LevelCase{log4cplus::FATAL_LOG_LEVEL, {}}));
-
-TEST(AccessorLog, RecordsCarryTheManagersLoggerFileAndFunction) {
-    testing::NiceMock<MockIpConnection> connection;
-    DscKnxIpConfig config;
-    LogCapture log;
-    CallEveryAccessor(config, 3);
+    EXPECT_EQ(ReadAll(config), (Fields{3232235786, 4294967295, 3232235777, -1, 11, 22}));
     unsigned char mac[6];
     config.GetMacAddress(mac);
 
-    ASSERT_EQ(log.Records().size(), 30U);
+    EXPECT_EQ(log.Lines(), Join({SetterLines("SetConfiguredIpAddress", 3232235786),
+                                 SetterLines("SetConfiguredNetmask", 4294967295),
+                                 SetterLines("SetConfiguredGateway", 3232235777),
+                                 SetterLines("SetIpAssignmentMethods", -1),
+                                 DnsLines(1, 11),
+                                 DnsLines(2, 22),
+                                 {Debug("GetConfiguredIpAddress(): Value = 3232235786"),
+                                  Debug("GetConfiguredNetmask(): Value = 4294967295"),
+                                  Debug("GetConfiguredGateway(): Value = 3232235777"),
+                                  Debug("GetIpAssignmentMethods(): Value = -1")},
+                                 GetDnsLines(11),
+                                 GetDnsLines(22),
+                                 {Debug("GetMacAddress(): Value = ")}}));
     for (const LogRecord& record : log.Records()) {
-        SCOPED_TRACE(record.message);
-        EXPECT_EQ(record.logger, "KnxStack.IpConfig");
-        EXPECT_EQ(record.file, "DeviceStackClient/DscKnxIpConfig/DscKnxIpConfig");
-        EXPECT_GT(record.line, 0);
         const std::string operation = record.message.substr(0, record.message.find_first_of("(:"));
+        EXPECT_EQ(record.logger, "KnxStack.IpConfig") << record.message;
+        EXPECT_EQ(record.file, "DeviceStackClient/DscKnxIpConfig/DscKnxIpConfig") << record.message;
         EXPECT_THAT(record.function, testing::HasSubstr(" DscKnxIpConfig::" + operation + "("));
     }
     EXPECT_EQ(log.Records().back().function,
               "virtual void DscKnxIpConfig::GetMacAddress(unsigned char*)");
 }
+
+// SetDNSAddress(index, 167772161) after DNS 1 = 11 and DNS 2 = 22, then
+// GetDNSAddress(index); whether the index is valid, and all fields read back.
+using DnsCase = std::tuple<unsigned int, bool, Fields>;
+const DnsCase kDnsCases[] = {
+    {1, true, {0, 0, 0, 15, 167772161, 22}},     {2, true, {0, 0, 0, 15, 11, 167772161}},
+    {0, false, {0, 0, 0, 15, 11, 22}},           {3, false, {0, 0, 0, 15, 11, 22}},
+    {4294967295U, false, {0, 0, 0, 15, 11, 22}},
+};
+
+class DnsAccessor : public testing::TestWithParam<DnsCase> {};
+
+TEST_P(DnsAccessor, UsesOneBasedIndexesAndReportsOthers) {
+    const auto& [index, valid, fields] = GetParam();
+    DscKnxIpConfig config;
+    config.SetDNSAddress(1, 11);
+    config.SetDNSAddress(2, 22);
+    LogCapture log;
+    config.SetDNSAddress(index, 167772161);
+    EXPECT_EQ(config.GetDNSAddress(index), valid ? 167772161U : 0U);
+
+    const std::string bad = "(): invalid index = " + std::to_string(index);
+    const Lines set = DnsLines(index, 167772161), get = GetDnsLines(valid ? 167772161 : 0);
+    EXPECT_EQ(log.Lines(), (valid ? Join({set, get})
+                                  : Lines{set[0], Error("SetDNSAddress" + bad), set[1], get[0],
+                                          Error("GetDNSAddress" + bad), get[1], get[2]}));
+    EXPECT_EQ(ReadAll(config), fields);
+}
+
+INSTANTIATE_TEST_SUITE_P(Indexes, DnsAccessor, testing::ValuesIn(kDnsCases));
+
+} // namespace
