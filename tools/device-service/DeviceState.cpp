@@ -80,6 +80,11 @@ std::string StateText(const DeviceState& state) {
 std::optional<DeviceState> ParseStateText(std::string_view text) {
     try {
         const json document = json::parse(text);
+        // Only a non-negative integer that fits is a count; get<> would
+        // silently convert a negative or fractional number, or one too large.
+        if (!document.at("restartCount").is_number_unsigned()) {
+            return std::nullopt;
+        }
         DeviceState state{document.at("settings").get<Settings>(),
                           document.at("restartCount").get<std::uint64_t>()};
         for (const auto& [key, value] : state.settings) {

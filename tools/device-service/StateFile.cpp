@@ -41,15 +41,15 @@ bool WriteAll(int fd, const std::string& text) {
     return true;
 }
 
-// Writes `text` to a new file named from `pattern` and syncs it; the file's
-// name, or nothing with `error` set.
-std::optional<std::string> WriteTemporary(const std::string& pattern, const std::string& text,
-                                          std::string& error) {
-    std::string name = pattern;
-    const int fd = mkostemp(name.data(), O_CLOEXEC);
+// Writes `text` to `name` (created or truncated) and syncs it. The service is
+// the only writer of its state file, so one fixed temporary name suffices, and
+// a crash between write and rename leaves at most that one file, which the
+// next save overwrites.
+bool WriteTemporary(const std::string& name, const std::string& text, std::string& error) {
+    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0) {
-        error = SystemError("cannot create " + pattern);
-        return std::nullopt;
+        error = SystemError("cannot create " + name);
+        return false;
     }
     bool written = WriteAll(fd, text) && fsync(fd) == 0;
     if (!written) {
@@ -61,9 +61,8 @@ std::optional<std::string> WriteTemporary(const std::string& pattern, const std:
     }
     if (!written) {
         unlink(name.c_str());
-        return std::nullopt;
     }
-    return name;
+    return written;
 }
 
 } // namespace
@@ -100,12 +99,12 @@ bool SaveState(const std::string& path, const DeviceState& state, std::string& e
         error = SystemError("cannot open " + directory);
         return false;
     }
-    const std::optional<std::string> temporary =
-        WriteTemporary(path + ".XXXXXX", StateText(state), error);
-    const bool renamed = temporary && rename(temporary->c_str(), path.c_str()) == 0;
-    if (temporary && !renamed) {
+    const std::string temporary = path + ".tmp";
+    const bool written = WriteTemporary(temporary, StateText(state), error);
+    const bool renamed = written && rename(temporary.c_str(), path.c_str()) == 0;
+    if (written && !renamed) {
         error = SystemError("cannot replace " + path);
-        unlink(temporary->c_str());
+        unlink(temporary.c_str());
     }
     // Once renamed, the new document is what every reader sees; the directory
     // sync only makes the rename durable, so its failure does not undo it.

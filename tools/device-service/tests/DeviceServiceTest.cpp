@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -91,11 +92,15 @@ protected:
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
-        ASSERT_EQ(posix_spawnp(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ), 0);
+        if (posix_spawnp(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
+            throw std::runtime_error("cannot spawn " + arguments.front());
+        }
         for (int i = 0; i < 400 && !Velbor::CreateDeviceStackClient(m_socket); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(25));
         }
-        ASSERT_TRUE(Velbor::CreateDeviceStackClient(m_socket)) << "service did not start";
+        if (!Velbor::CreateDeviceStackClient(m_socket)) {
+            throw std::runtime_error("service did not start");
+        }
     }
 
     // The service's exit status.
@@ -110,7 +115,9 @@ protected:
     std::unique_ptr<Velbor::IDeviceStackClient> Registered() {
         std::unique_ptr<Velbor::IDeviceStackClient> client =
             Velbor::CreateDeviceStackClient(m_socket);
-        EXPECT_TRUE(client && client->RegisterApplication("Test", "field", "KNX"));
+        if (!client || !client->RegisterApplication("Test", "field", "KNX")) {
+            throw std::runtime_error("cannot register with the service");
+        }
         return client;
     }
 

@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstring>
+#include <string>
+
 namespace {
 
 using namespace DeviceService;
@@ -95,6 +98,16 @@ TEST(StateText, RoundTripsAndRejectsInvalidDocuments) {
     EXPECT_EQ(ParseStateText(StateText(state)), state);
     for (const char* text : {"", "{}", R"({"settings":{},"restartCount":0})",
                              R"({"settings":{"Dhcp":"maybe"},"restartCount":0})"}) {
+        EXPECT_FALSE(ParseStateText(text)) << text;
+    }
+    // A restart count must be a non-negative integer that fits.
+    const std::string valid = StateText(DefaultState());
+    const std::size_t at = valid.find("\"restartCount\": 0");
+    ASSERT_NE(at, std::string::npos) << valid;
+    for (const char* count : {"-1", "2.75", "1e30", "18446744073709551616", "\"1\""}) {
+        std::string text = valid;
+        text.replace(at, std::strlen("\"restartCount\": 0"),
+                     std::string("\"restartCount\": ") + count);
         EXPECT_FALSE(ParseStateText(text)) << text;
     }
 }
