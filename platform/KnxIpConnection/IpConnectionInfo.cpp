@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -66,9 +67,17 @@ public:
         request.header.nlmsg_seq = ++m_sequence;
         request.payload = payload;
         if (m_fd < 0 || send(m_fd, &request, sizeof(request), 0) < 0) return;
-        alignas(nlmsghdr) char buffer[32768];
+        // The kernel sizes each dump message batch by the largest read buffer
+        // the socket has seen, but never below its page-sized minimum. A read
+        // of that minimum (a page, at most 8 KiB) therefore always takes a
+        // whole batch, and keeps the kernel's per-dump allocation small: with
+        // 32 KiB reads it takes fresh pages for every dump, which was most of
+        // the cost of a query.
+        alignas(nlmsghdr) char buffer[8192];
+        static const std::size_t readSize =
+            std::min<std::size_t>(sizeof(buffer), static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
         for (;;) {
-            ssize_t length = recv(m_fd, buffer, sizeof(buffer), 0);
+            ssize_t length = recv(m_fd, buffer, readSize, 0);
             if (length < 0) return;
             for (auto* message = reinterpret_cast<nlmsghdr*>(buffer); NLMSG_OK(message, length);
                  message = NLMSG_NEXT(message, length)) {

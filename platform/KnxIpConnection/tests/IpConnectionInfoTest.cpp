@@ -91,6 +91,21 @@ TEST_F(IpConnectionInfoTest, WithoutDefaultRouteTakesLowestUpNonLoopbackWithIpv4
     EXPECT_EQ(selected, Index("knxb0"));
 }
 
+// 300 addresses on the first interface make the address dump longer than one
+// read, so the usable interface is found only in a later batch.
+TEST_F(IpConnectionInfoTest, ReadsDumpsLongerThanOneRead) {
+    ASSERT_TRUE(Ip("route flush exact 0/0"));
+    const bool added = std::system(
+                           "for i in $(seq 300); do echo addr add 10.79.$((i / 200)).$((i % "
+                           "200 + 1))/32 dev knxc0; done | ip -batch -") == 0;
+    const unsigned long selected = info.DetermineNetworkInterface("", 0, 0, false);
+    ASSERT_TRUE(
+        Ip("addr flush dev knxc0 to 10.79.0.0/16 && ip route add default via 10.77.1.1 && "
+           "ip route add default via 10.77.2.1 metric 100"));
+    ASSERT_TRUE(added);
+    EXPECT_EQ(selected, Index("knxb0"));
+}
+
 TEST_F(IpConnectionInfoTest, SeesChangedValuesAtNextQuery) {
     info.DetermineNetworkInterface("knxa0", 0, 0, true);
     ASSERT_EQ(info.GetCurrentIpAddress(), 0x0A4D0102UL);
