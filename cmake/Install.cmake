@@ -100,3 +100,12 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/examples/log4cplus.properties
   DESTINATION ${DSC_TOOLS_DOC_DIR}/examples COMPONENT tools)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/tools/knx-addon-host/demo/
   DESTINATION ${DSC_TOOLS_DOC_DIR}/examples/demo COMPONENT tools)
+
+# Manual pages of the tools, compressed as Debian installs them.
+foreach(page knx-addon-host.1 velbor-device-service.1)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/packaging/man/${page})
+  execute_process(COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/packaging/man/${page}
+    OUTPUT_FILE ${PROJECT_BINARY_DIR}/${page}.gz COMMAND_ERROR_IS_FATAL ANY)
+  install(FILES ${PROJECT_BINARY_DIR}/${page}.gz
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endforeach()
