@@ -19,7 +19,7 @@
 namespace Velbor {
 
 // Largest body either side sends or accepts.
-constexpr std::size_t kMaxFrameBody = 64 * 1024;
+constexpr std::size_t kMaxFrameBody = std::size_t{64} * 1024;
 
 // The framed message, or nothing when the body exceeds kMaxFrameBody.
 std::optional<std::string> EncodeFrame(std::string_view body);

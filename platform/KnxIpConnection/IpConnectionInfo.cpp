@@ -183,7 +183,7 @@ bool QueryInterface(const RouteSocket& netlink, unsigned index, unsigned long co
 unsigned FirstUsableInterface(RouteSocket& netlink) noexcept {
     unsigned first = 0;
     ForEachAddress(netlink, 0, [&](unsigned index, const Ipv4Address&) {
-        ifreq request;
+        ifreq request{};
         if ((first != 0 && index >= first) ||
             !QueryInterface(netlink, index, SIOCGIFFLAGS, request))
             return;
@@ -197,7 +197,7 @@ unsigned FirstUsableInterface(RouteSocket& netlink) noexcept {
 unsigned SpecifiedInterface(const RouteSocket& netlink, const std::string& name,
                             int index) noexcept {
     if (index <= 0) return if_nametoindex(name.c_str());
-    ifreq request;
+    ifreq request{};
     return NameInterface(netlink, static_cast<unsigned>(index), request) ? index : 0;
 }
 
@@ -245,7 +245,7 @@ unsigned long IpConnectionInfo::GetCurrentGateway() {
 
 void IpConnectionInfo::GetMacAddress(unsigned char* mac) const {
     std::memset(mac, 0, 6);
-    ifreq request;
+    ifreq request{};
     if (QueryInterface(m_state->netlink, m_state->index, SIOCGIFHWADDR, request))
         std::memcpy(mac, request.ifr_hwaddr.sa_data, 6);
 }

@@ -29,7 +29,7 @@ protected:
         auto* client = new testing::StrictMock<MockDeviceStackClient>;
         EXPECT_CALL(factory, Create()).WillOnce(Return(testing::ByMove(ClientPtr(client))));
         EXPECT_CALL(*client, RegisterApplication("DscKnxIpConfig", "field", "KNX"))
-            .WillOnce(registration);
+            .WillOnce(std::move(registration));
         return *client;
     }
 

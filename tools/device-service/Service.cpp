@@ -63,7 +63,7 @@ bool IsStale(const sockaddr_un& address) {
 }
 
 int Listen(const std::string& path, std::string& error) {
-    sockaddr_un address;
+    sockaddr_un address{};
     if (!ToAddress(path, address)) {
         error = "socket path too long or empty: " + path;
         return -1;
@@ -88,7 +88,7 @@ int Listen(const std::string& path, std::string& error) {
 std::string Describe(const Settings& settings) {
     std::string text;
     for (const auto& [key, value] : settings) {
-        text += (text.empty() ? "" : ", ") + key + "=" + value;
+        text.append(text.empty() ? "" : ", ").append(key).append("=").append(value);
     }
     return text;
 }
