@@ -11,6 +11,9 @@
 //     Until SIGTERM, sets the address setting KEY (or, for KEY Restart, asks for
 //     restarts) through the client library, one exchange per client, and logs
 //     "sent N" before and "acked N" after each accepted request.
+//   soak-driver watch PID
+//     Samples the process PID every 100 ms, from one second after the start
+//     until it ends; the last quarter of the samples must not exceed the first.
 //   soak-driver check STATE_FILE PROGRESS_FILE...
 //     The state file must load, and every writer's setting must be the value it
 //     last had acknowledged or the one it sent after that; the restart count
@@ -138,7 +141,9 @@ const long kToleranceKb = 256;
 // Compares the first and the last quarter of the samples; true when flat.
 // The peak is compared at the quarters' ends; RSS and descriptors by their
 // lowest values, which a connection being closed at the moment does not raise.
-bool ReportFlat(const std::string& process, const std::vector<Figures>& samples) {
+// `transient` descriptors may be open at the moment of a sample without a leak.
+bool ReportFlat(const std::string& process, const std::vector<Figures>& samples,
+                long transient = 0) {
     const std::size_t n = samples.size();
     const std::size_t quarter = std::max<std::size_t>(1, n / 4);
     const auto lowest = [&](std::size_t from, long Figures::*field) {
@@ -155,7 +160,29 @@ bool ReportFlat(const std::string& process, const std::vector<Figures>& samples)
     std::cout << process << ": VmHWM kB " << peak[0] << " -> " << peak[1] << ", VmRSS kB " << rss[0]
               << " -> " << rss[1] << ", open descriptors " << fds[0] << " -> " << fds[1]
               << " (first quarter -> last quarter)" << std::endl;
-    return peak[1] <= peak[0] + kToleranceKb && rss[1] <= rss[0] + kToleranceKb && fds[1] <= fds[0];
+    return peak[1] <= peak[0] + kToleranceKb && rss[1] <= rss[0] + kToleranceKb &&
+           fds[1] <= fds[0] + transient;
+}
+
+// Samples another process until it ends (a zombie has no VmRSS); the first
+// second, its start-up, is left out.
+int RunWatch(const std::string& process) {
+    std::vector<Figures> samples;
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    try {
+        for (Figures figures = Measure(process); figures.rssKb >= 0; figures = Measure(process)) {
+            samples.push_back(figures);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    } catch (const fs::filesystem_error&) {
+        // The process ended between the two reads of a sample.
+    }
+    if (samples.size() < 8) {
+        throw std::runtime_error("process " + process + " ended too soon to be watched");
+    }
+    // Sampled from outside, the process may be in the middle of an exchange
+    // with its device-stack client's connection open.
+    return ReportFlat("process " + process, samples, 1) ? 0 : 1;
 }
 
 // ---------------------------------------------------------------------------
@@ -367,6 +394,7 @@ int RunCheck(const std::string& statePath, const std::vector<std::string>& progr
 int Usage() {
     std::cerr << "usage: soak-driver cycles ADDON CYCLES RESETS DATA_DIR SERVICE_PID\n"
                  "       soak-driver writer KEY PROGRESS_FILE\n"
+                 "       soak-driver watch PID\n"
                  "       soak-driver check STATE_FILE PROGRESS_FILE...\n";
     return 2;
 }
@@ -382,6 +410,9 @@ int main(int argc, char** argv) {
         }
         if (args.size() == 3 && args[0] == "writer") {
             return RunWriter(args[1], args[2]);
+        }
+        if (args.size() == 2 && args[0] == "watch") {
+            return RunWatch(args[1]);
         }
         if (args.size() >= 2 && args[0] == "check") {
             return RunCheck(args[1], std::vector<std::string>(args.begin() + 2, args.end()));
