@@ -1,8 +1,8 @@
 // Fault injection at both boundaries of the add-on: a full host session (Init,
 // current values, every setter, a static commit, a DHCP commit, a factory
 // reset) runs once for every call position into the device-stack client
-// library and each kind of fault, with the network interface found and with
-// none. The session must go on, only the injected exceptions may reach the
+// library and the connection library and each kind of fault, with the network
+// interface found and with none. The session must go on, only the injected exceptions may reach the
 // host, and every client must be destroyed before the host call that made it
 // returns.
 #include "AddonFactory.h"
@@ -155,9 +155,12 @@ TEST_P(FaultSession, WithoutFaultsEveryExchangeHappens) {
     EXPECT_EQ(outcome.injectedExceptions, 0);
     EXPECT_EQ(outcome.currentIp, GetParam().noInterface ? 0 : 0xC0A8010AUL);
     EXPECT_TRUE(outcome.dataDeleted);
-    // Init, both commits and the reset each connect; the three requests are the
-    // static settings, the DHCP flag and the restart.
-    EXPECT_EQ(boundary.calls, 14U);
+    // Into the client library: Init, both commits and the reset each connect
+    // (14 calls); the three requests are the static settings, the DHCP flag and
+    // the restart. Into the connection library: Init selects and reads the MAC,
+    // the first query after it selects again, reads the MAC and the three
+    // current values (7 calls).
+    EXPECT_EQ(boundary.calls, 21U);
     ASSERT_EQ(boundary.requests.size(), 3U);
     EXPECT_NE(boundary.requests[0].find(R"("Dhcp" : "false")"), std::string::npos);
     EXPECT_NE(boundary.requests[1].find(R"("Dhcp" : "true")"), std::string::npos);

@@ -39,9 +39,14 @@ const unsigned long kInterface = 2;
 const unsigned long kAddress = 0xC0A8010AUL;
 const unsigned char kMac[6] = {0x02, 0x4B, 0x4E, 0x58, 0x00, 0x01};
 
-// The value the connection library reports: the interface's, or 0 without one.
+// Whether a call into the connection library reports the interface's values:
+// not when the call fails or there is no interface.
+bool Found(Operation operation) {
+    return TheBoundary().Pass(operation) && !TheBoundary().noInterface;
+}
+
 unsigned long Current(unsigned long value) {
-    return TheBoundary().noInterface ? 0 : value;
+    return Found(Operation::CurrentValue) ? value : 0;
 }
 
 } // namespace
@@ -56,6 +61,12 @@ const char* Name(Operation operation) {
             return "GetDeviceConfig";
         case Operation::RequestCommand:
             return "RequestCommand";
+        case Operation::SelectInterface:
+            return "DetermineNetworkInterface";
+        case Operation::CurrentValue:
+            return "GetCurrent*";
+        case Operation::MacAddress:
+            return "GetMacAddress";
     }
     return "?";
 }
@@ -90,7 +101,7 @@ IpConnectionInfo::~IpConnectionInfo() {
 
 unsigned long IpConnectionInfo::DetermineNetworkInterface(const std::string&, int, unsigned long,
                                                           bool) {
-    return TheBoundary().noInterface ? NoInterface : kInterface;
+    return Found(Operation::SelectInterface) ? kInterface : NoInterface;
 }
 
 unsigned long IpConnectionInfo::GetCurrentIpAddress() {
@@ -106,8 +117,9 @@ unsigned long IpConnectionInfo::GetCurrentGateway() {
 }
 
 void IpConnectionInfo::GetMacAddress(unsigned char* mac) const {
+    const bool found = Found(Operation::MacAddress);
     for (std::size_t i = 0; i < sizeof kMac; ++i) {
-        mac[i] = static_cast<unsigned char>(Current(kMac[i]));
+        mac[i] = found ? kMac[i] : 0;
     }
 }
 

@@ -1,9 +1,11 @@
 // Scriptable stand-ins for both platform libraries. Every call into the
 // device-stack client library (factory, RegisterApplication, GetDeviceConfig,
-// RequestCommand) takes the next call position; the call at the armed position
-// fails (null or false) or throws InjectedFault. Clients are counted as they
-// are made and destroyed. The connection library either finds an interface or
-// reports NoInterface with zero values.
+// RequestCommand) and into the connection library (interface selection, a
+// current value, the MAC) takes the next call position; the call at the armed
+// position fails (a null client, false, NoInterface, zero values) or throws
+// InjectedFault. Clients are counted as they are made and destroyed. Without a
+// fault the connection library finds an interface, or, with `noInterface`,
+// reports NoInterface and zero values.
 #ifndef TESTS_FAULT_PLATFORM_H
 #define TESTS_FAULT_PLATFORM_H
 
@@ -13,7 +15,15 @@
 #include <string>
 #include <vector>
 
-enum class Operation { Create, RegisterApplication, GetDeviceConfig, RequestCommand };
+enum class Operation {
+    Create,
+    RegisterApplication,
+    GetDeviceConfig,
+    RequestCommand,
+    SelectInterface,
+    CurrentValue,
+    MacAddress,
+};
 enum class FaultKind { Fail, Throw };
 
 const char* Name(Operation operation);
