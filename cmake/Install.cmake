@@ -32,25 +32,13 @@ install(TARGETS DscKnxIpConfig LIBRARY DESTINATION ${DSC_ADDON_DIR} COMPONENT ad
 install(TARGETS knx-addon-host velbor-device-service
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 
-# The platform libraries are public shared libraries with a SONAME. Their
-# include directory points into the source tree, which only the build tree may
-# see; installed consumers get the installed headers instead.
+# The platform libraries are public shared libraries with a SONAME; installed
+# consumers find the boundary headers through KnxStackAddonSdk::Headers.
 set(platform_libraries KnxIpConnection VelborDeviceStackClient)
-foreach(library IN LISTS platform_libraries)
-  get_target_property(include_dirs ${library} INTERFACE_INCLUDE_DIRECTORIES)
-  list(TRANSFORM include_dirs PREPEND "$<BUILD_INTERFACE:")
-  list(TRANSFORM include_dirs APPEND ">")
-  set_target_properties(${library} PROPERTIES
-    VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR}
-    INSTALL_RPATH ""
-    INTERFACE_INCLUDE_DIRECTORIES "${include_dirs}")
-endforeach()
-
-# The boundary headers on their own, for add-ons and other consumers.
-add_library(KnxStackAddonHeaders INTERFACE)
-set_target_properties(KnxStackAddonHeaders PROPERTIES EXPORT_NAME Headers)
-target_include_directories(KnxStackAddonHeaders INTERFACE $<BUILD_INTERFACE:${boundary_dir}>)
+set_target_properties(${platform_libraries} PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  INSTALL_RPATH "")
 
 install(TARGETS ${platform_libraries} KnxStackAddonHeaders EXPORT KnxStackAddonSdkTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools NAMELINK_COMPONENT dev
