@@ -22,12 +22,7 @@ net_setup
 net_start_server
 net_start_service
 net_open_host
-net_ask set methods 1
-net_ask set ip 10.88.0.50
-net_ask set netmask 255.255.255.0
-net_ask set gateway 10.88.0.1
-net_ask commit
-net_await_current '^10\.88\.0\.50$' 10
+net_commit_static 10.88.0.50
 
 # Sets `took` to the milliseconds since `start` (an $EPOCHREALTIME value).
 stop_clock() {
@@ -43,9 +38,7 @@ through_service() {
   net_ask commit
   net_await_current "$lease_pattern" 60
   stop_clock "$start"
-  net_ask set methods 1
-  net_ask commit
-  net_await_current '^10\.88\.0\.50$' 10
+  net_commit_static 10.88.0.50
 }
 
 has_lease() { dev_addresses | grep -Eq "${lease_pattern%$}/24"; }

@@ -14,14 +14,7 @@ net_start_server
 net_start_service
 net_open_host
 
-net_ask set methods 1
-net_ask set ip 10.88.0.50
-net_ask set netmask 255.255.255.0
-net_ask set gateway 10.88.0.1
-net_ask set dns1 10.88.0.1
-net_ask set dns2 0.0.0.0
-net_ask commit
-net_await_current '^10\.88\.0\.50$' 5
+net_commit_static 10.88.0.50
 
 net_ask set methods 4
 net_ask commit
@@ -46,10 +39,7 @@ configured dns1 = 10.88.0.1" ] || net_fail "the device reported: $(cat "$work/ou
   net_fail "$dns_name does not resolve on the device"
 
 net_open_host
-net_ask set methods 1
-net_ask set ip 10.88.0.60
-net_ask commit
-net_await_current '^10\.88\.0\.60$' 10
+net_commit_static 10.88.0.60
 net_close_host
 await 5 grep -q "DHCPRELEASE.* $lease " "$work/dnsmasq.log" || net_fail "no DHCPRELEASE of $lease"
 [ "$(dev_addresses)" = "10.88.0.60/24" ] || net_fail "addresses: $(dev_addresses)"

@@ -16,11 +16,7 @@ net_start_server
 net_start_service
 net_open_host
 
-net_ask set methods 1
-net_ask set ip 10.88.0.50
-net_ask set netmask 255.255.255.0
-net_ask set gateway 10.88.0.1
-net_ask commit
+net_commit_static 10.88.0.50
 in_dev ip addr add 10.88.0.99/24 dev "$dev_if"
 net_ask factory-reset
 [ "$(dev_addresses)" = "10.88.0.50/24" ] || net_fail "after a restart: $(dev_addresses)"

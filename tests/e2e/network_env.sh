@@ -127,6 +127,18 @@ net_close_host() {
   host_pid=
 }
 
+# Commits the static address $1/24 with 10.88.0.1 as gateway and DNS server
+# through the open host session and waits until it is current.
+net_commit_static() {
+  net_ask set methods 1
+  net_ask set ip "$1"
+  net_ask set netmask 255.255.255.0
+  net_ask set gateway 10.88.0.1
+  net_ask set dns1 10.88.0.1
+  net_ask commit
+  net_await_current "^${1//./\\.}\$" 10
+}
+
 # Asks for the add-on's current address until it matches `pattern`, for at
 # most `seconds`; the address is in $current.
 net_await_current() {
