@@ -43,27 +43,23 @@ std::string ConfigText(const std::string& interfaceName) {
 // keeps a lease in the file dhcp and a link-local address in the file ipv4ll,
 // each replaced whole by a rename so that the service never reads half a
 // file; a file is removed when its address is gone.
-std::string HookText(const std::string& directory) {
-    return "#!/bin/sh\n"
-           "# Written by velbor-device-service: reports dhcpcd's address to the service.\n"
-           "PATH=/usr/sbin:/usr/bin:/sbin:/bin\n"
-           "dir='" +
-           directory +
-           "'\n"
-           "put() {\n"
-           "    printf 'ip=%s\\nmask=%s\\nrouters=%s\\ndns=%s\\n' \"$new_ip_address\" \\\n"
-           "        \"$new_subnet_mask\" \"$new_routers\" \"$new_domain_name_servers\" \\\n"
-           "        >\"$dir/$1.new\" && mv -f \"$dir/$1.new\" \"$dir/$1\"\n"
-           "}\n"
-           "case \"$reason\" in\n"
-           "BOUND | REBOOT | RENEW | REBIND | STATIC) put dhcp ;;\n"
-           "EXPIRE | NAK | RELEASE | FAIL) rm -f \"$dir/dhcp\" ;;\n"
-           "IPV4LL) if [ -n \"$new_ip_address\" ]; then put ipv4ll; else rm -f \"$dir/ipv4ll\"; fi "
-           ";;\n"
-           "PREINIT | NOCARRIER | DEPARTED | STOP | STOPPED) rm -f \"$dir/dhcp\" \"$dir/ipv4ll\" "
-           ";;\n"
-           "esac\n";
+const char* const kHookHead =
+    "#!/bin/sh\n"
+    "# Written by velbor-device-service: reports dhcpcd's address to the service.\n"
+    "PATH=/usr/sbin:/usr/bin:/sbin:/bin\n"
+    "dir='";
+const char* const kHookBody = R"('
+put() {
+    printf 'ip=%s\nmask=%s\nrouters=%s\ndns=%s\n' "$new_ip_address" "$new_subnet_mask" \
+        "$new_routers" "$new_domain_name_servers" >"$dir/$1.new" && mv -f "$dir/$1.new" "$dir/$1"
 }
+case "$reason" in
+BOUND | REBOOT | RENEW | REBIND | STATIC) put dhcp ;;
+EXPIRE | NAK | RELEASE | FAIL) rm -f "$dir/dhcp" ;;
+IPV4LL) if [ -n "$new_ip_address" ]; then put ipv4ll; else rm -f "$dir/ipv4ll"; fi ;;
+PREINIT | NOCARRIER | DEPARTED | STOP | STOPPED) rm -f "$dir/dhcp" "$dir/ipv4ll" ;;
+esac
+)";
 
 Error SystemError(const std::string& what) {
     return Error{what + ": " + std::strerror(errno)};
@@ -96,7 +92,7 @@ Result<std::string> FindProgram(const std::string& name) {
     const char* path = std::getenv("PATH");
     std::istringstream directories(std::string(path != nullptr ? path : "") + ":/usr/sbin:/sbin");
     for (std::string directory; std::getline(directories, directory, ':');) {
-        const std::string candidate = directory + "/" + name;
+        const std::string candidate = (directory + "/").append(name);
         if (!directory.empty() && access(candidate.c_str(), X_OK) == 0) {
             return candidate;
         }
@@ -177,8 +173,9 @@ void EndDescendants() {
     }
 }
 
-// The keeper, in the child of the service's fork: starts the client in its
-// own process group, passes signals on to it and ends with its exit code.
+// The keeper, in the child of the service's fork: leads a process group of
+// its own, starts the client in it, passes signals on to it and ends with its
+// exit code once the client and its helpers are gone.
 [[noreturn]] void RunKeeper(pid_t service, char* const argv[]) {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -191,7 +188,8 @@ void EndDescendants() {
     sigprocmask(SIG_SETMASK, &signals, nullptr);
     pid_t client = fork();
     if (client == 0) {
-        const sigset_t none{};
+        sigset_t none;
+        sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
         const int null = open("/dev/null", O_RDONLY);
         dup2(null, STDIN_FILENO);
@@ -316,7 +314,7 @@ Result<void> DhcpClient::Prepare() {
     Result<void> written =
         WriteFile(directory + "/dhcpcd.conf", ConfigText(m_options.interfaceName), 0600);
     if (written) {
-        written = WriteFile(directory + "/hook", HookText(directory), 0700);
+        written = WriteFile(directory + "/hook", kHookHead + directory + kHookBody, 0700);
     }
     for (const char* name : kLeaseFiles) {
         unlink((directory + "/" + name).c_str());
@@ -341,6 +339,7 @@ Result<void> DhcpClient::Spawn() {
         *program, "-f", m_options.directory + "/dhcpcd.conf", "-B",
         "-4",     "-c", m_options.directory + "/hook",        m_options.interfaceName};
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
         argv.push_back(argument.data());
     }

@@ -23,7 +23,10 @@ using namespace DeviceService;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-const Lease kFakeLease{"10.99.0.120", "255.255.255.0", "10.99.0.1", {"10.99.0.1"}};
+// What the stand-in reports through the hook.
+Lease FakeLease() {
+    return {"10.99.0.120", "255.255.255.0", "10.99.0.1", {"10.99.0.1"}};
+}
 
 bool Gone(pid_t pid) {
     return kill(pid, 0) != 0 && errno == ESRCH;
@@ -95,7 +98,7 @@ protected:
 TEST_F(DhcpClientTest, RunsTheClientReadsItsLeaseAndLeavesNothingWhenStopped) {
     DhcpClient client(Options());
     ASSERT_TRUE(client.Start());
-    ASSERT_TRUE(Serve(client, [&] { return client.CurrentLease() == kFakeLease; }));
+    ASSERT_TRUE(Serve(client, [&] { return client.CurrentLease() == FakeLease(); }));
     const auto [pid, helper] = Started(1);
     const std::string directory = (m_dir / "dhcp").string();
     EXPECT_NE(Log().find("start " + std::to_string(pid) + " " + std::to_string(helper) + " -f " +
@@ -139,20 +142,20 @@ TEST_F(DhcpClientTest, AKilledServiceTakesItsClientAlong) {
 TEST_F(DhcpClientTest, HookKeepsTheLeaseOverTheLinkLocalAddress) {
     DhcpClient client(Options());
     ASSERT_TRUE(client.Start());
-    ASSERT_TRUE(Serve(client, [&] { return client.CurrentLease() == kFakeLease; }));
+    ASSERT_TRUE(Serve(client, [&] { return client.CurrentLease() == FakeLease(); }));
     const std::string hook = (m_dir / "dhcp" / "hook").string();
     const Lease linkLocal{"169.254.7.9", "255.255.0.0", "", {}};
     const struct {
-        const char* event;
+        const char* event = nullptr;
         std::optional<Lease> lease;
     } steps[] = {
         {"reason=EXPIRE", std::nullopt},
         {"reason=IPV4LL new_ip_address=169.254.7.9 new_subnet_mask=255.255.0.0", linkLocal},
         {"reason=BOUND new_ip_address=10.99.0.120 new_subnet_mask=255.255.255.0 "
          "new_routers=10.99.0.1 new_domain_name_servers=10.99.0.1",
-         kFakeLease},
-        {"reason=IPV4LL", kFakeLease}, // dhcpcd drops the link-local address once bound
-        {"reason=IPV4LL new_ip_address=169.254.7.9 new_subnet_mask=255.255.0.0", kFakeLease},
+         FakeLease()},
+        {"reason=IPV4LL", FakeLease()}, // dhcpcd drops the link-local address once bound
+        {"reason=IPV4LL new_ip_address=169.254.7.9 new_subnet_mask=255.255.0.0", FakeLease()},
         {"reason=NAK", linkLocal},
         {"reason=STOP", std::nullopt},
     };
