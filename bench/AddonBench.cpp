@@ -12,17 +12,41 @@
 
 #include <cstdio>
 
-AddonHost& LoadedAddon() {
+namespace {
+
+Result<AddonHost::Addon*> StartAddon() {
+    Result<std::unique_ptr<AddonHost::Addon>> addon = AddonHost::Addon::Start(DSC_ADDON_PATH);
+    if (!addon) {
+        return Error{addon.error()};
+    }
+    return addon->release();
+}
+
+} // namespace
+
+std::unique_ptr<KnxStack::IIpConfigurationManager> NewIpConfig(benchmark::State& state) {
     // Loaded once and never unloaded: the add-on supports one start-up per load.
-    static AddonHost* const host = new AddonHost(DSC_ADDON_PATH);
-    return *host;
+    static const Result<AddonHost::Addon*> addon = StartAddon();
+    if (!addon) {
+        state.SkipWithError(addon.error().c_str());
+        return nullptr;
+    }
+    Result<std::unique_ptr<KnxStack::IIpConfigurationManager>> object =
+        (*addon)->CreateIpConfig({});
+    if (!object) {
+        state.SkipWithError(object.error().c_str());
+        return nullptr;
+    }
+    return std::move(*object);
 }
 
 namespace {
 
 void GetterAddon(benchmark::State& state) {
-    const std::unique_ptr<KnxStack::IIpConfigurationManager> object =
-        LoadedAddon().CreateIpConfig();
+    const std::unique_ptr<KnxStack::IIpConfigurationManager> object = NewIpConfig(state);
+    if (!object) {
+        return;
+    }
     KnxStack::IIpConfigurationManager* manager = object.get();
     benchmark::DoNotOptimize(manager);
     const std::size_t before = AllocationCount();

@@ -2,7 +2,7 @@
 // Create and Init (against the device service named by
 // VELBOR_DEVICE_STACK_SOCKET). Prints the seconds it took and the process's
 // resident memory in kB before and after: "<seconds> <before> <after>".
-#include "AddonHost.h"
+#include "Addon.h"
 #include "QuietLogging.h"
 
 #include <log4cplus/initializer.h>
@@ -34,9 +34,17 @@ int main() {
     UseQuietInfoLogging();
     const long before = ResidentKilobytes();
     const auto start = std::chrono::steady_clock::now();
-    AddonHost host(DSC_ADDON_PATH);
-    const std::unique_ptr<KnxStack::IIpConfigurationManager> ipConfig = host.CreateIpConfig();
-    ipConfig->Init({});
+    const Result<std::unique_ptr<AddonHost::Addon>> addon = AddonHost::Addon::Start(DSC_ADDON_PATH);
+    if (!addon) {
+        std::fprintf(stderr, "%s\n", addon.error().c_str());
+        return 1;
+    }
+    const Result<std::unique_ptr<KnxStack::IIpConfigurationManager>> ipConfig =
+        (*addon)->CreateIpConfig({});
+    if (!ipConfig) {
+        std::fprintf(stderr, "%s\n", ipConfig.error().c_str());
+        return 1;
+    }
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     const long after = ResidentKilobytes();
     std::printf("%.9f %ld %ld\n", elapsed.count(), before, after);

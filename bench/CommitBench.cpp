@@ -189,9 +189,10 @@ bool DeviceHolds(const Address& address) {
 // CommitConfiguration with a static address that alternates between two values,
 // so that every commit reads the device and sends one change.
 void Commit(benchmark::State& state) {
-    const std::unique_ptr<KnxStack::IIpConfigurationManager> manager =
-        LoadedAddon().CreateIpConfig();
-    manager->Init({});
+    const std::unique_ptr<KnxStack::IIpConfigurationManager> manager = NewIpConfig(state);
+    if (!manager) {
+        return;
+    }
     manager->SetIpAssignmentMethods(1);
     manager->SetConfiguredNetmask(0xFFFFFF00UL);
     manager->SetConfiguredGateway(0xC0A80101UL);

@@ -18,13 +18,12 @@
 //     The state file must load, and every writer's setting must be the value it
 //     last had acknowledged or the one it sent after that; the restart count
 //     must lie between the acknowledged and the sent restarts.
-#include "KnxStackAddonInterface.h"
+#include "Addon.h"
+#include "Address.h"
 #include "StateFile.h"
 #include "VelborDeviceStackClient.h"
 
-#include <arpa/inet.h>
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -51,35 +50,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using IpConfig = KnxStack::IIpConfigurationManager;
-using FactoryReset = KnxStack::IFactoryResetManager;
+using AddonHost::Addon;
+using AddonHost::IpConfig;
 
 // ---------------------------------------------------------------------------
-// The host side: the add-on loaded by path, its factories, an error count.
+// The host side: the add-on's failures end the run, its errors are counted.
 
-class Manager final : public KnxStack::IAddonManager {
-public:
-    KnxStack::AddonClassFactory<IpConfig>* ipConfig = nullptr;
-    KnxStack::AddonClassFactory<FactoryReset>* factoryReset = nullptr;
-
-    bool RegisterAddon(const char*, int) override { return false; }
-    bool UnregisterAddon(const char*) override { return false; }
-    bool IsClassRegistered(const char*) override { return false; }
-    bool RegisterIpConfigurationManagerFactory(
-        const char*, KnxStack::AddonClassFactory<IpConfig>* factory) override {
-        ipConfig = factory;
-        return true;
+// The value of `result`; a failure ends the run, reported by main.
+template <typename T>
+T Take(Result<T> result) {
+    if (!result) {
+        throw std::runtime_error(result.error());
     }
-    bool RegisterFactoryResetManagerFactory(
-        const char*, KnxStack::AddonClassFactory<FactoryReset>* factory) override {
-        factoryReset = factory;
-        return true;
-    }
-    bool SetAddonOption(const char*, const char*) override { return false; }
-    bool GetAddonOption(const char*, char*, unsigned int) override { return false; }
-    bool UnregisterIpConfigurationManagerFactory(const char*) override { return true; }
-    bool UnregisterFactoryResetManagerFactory(const char*) override { return true; }
-};
+    return std::move(*result);
+}
 
 class ErrorCounter : public log4cplus::Appender {
 public:
@@ -94,16 +78,6 @@ protected:
         }
     }
 };
-
-template <typename T>
-std::unique_ptr<T> Create(KnxStack::AddonClassFactory<T>* factory, const char* name,
-                          const ConfigPropertyMap& properties) {
-    T* object = nullptr;
-    if (factory == nullptr || !factory->Create(name, &object) || !object->Init(properties)) {
-        throw std::runtime_error(std::string("cannot create and initialise ") + name);
-    }
-    return std::unique_ptr<T>(object);
-}
 
 // ---------------------------------------------------------------------------
 // Memory and descriptors of a process, from /proc/<process>.
@@ -207,9 +181,8 @@ bool ReadsBack(IpConfig& config, const Settings& expected) {
 }
 
 // One cycle: read the device's settings, check the last commit, change, commit.
-bool CommitCycle(Manager& manager, long cycle) {
-    const std::unique_ptr<IpConfig> config =
-        Create(manager.ipConfig, "DscKnxIpConfig", {{"interfaceName", "lo"}});
+bool CommitCycle(Addon& addon, long cycle) {
+    const std::unique_ptr<IpConfig> config = Take(addon.CreateIpConfig({{"interfaceName", "lo"}}));
     const bool kept = cycle == 0 || ReadsBack(*config, ForCycle(cycle - 1));
     const Settings next = ForCycle(cycle);
     config->SetIpAssignmentMethods(1);
@@ -223,30 +196,19 @@ bool CommitCycle(Manager& manager, long cycle) {
 }
 
 // One factory reset of freshly made application data; true when it was deleted.
-bool FactoryResetCycle(Manager& manager, const fs::path& data) {
+bool FactoryResetCycle(Addon& addon, const fs::path& data) {
     fs::create_directories(data / "sub");
     std::ofstream(data / "sub" / "settings") << "application data";
-    const std::unique_ptr<FactoryReset> reset =
-        Create(manager.factoryReset, "FactoryResetManager", {{"applicationData", data.string()}});
-    reset->OnFactoryReset();
+    Take(addon.CreateFactoryReset({{"applicationData", data.string()}}))->OnFactoryReset();
     return !fs::exists(data);
 }
 
-int RunCycles(const std::string& addon, long cycles, long resets, const fs::path& data,
+int RunCycles(const std::string& path, long cycles, long resets, const fs::path& data,
               const std::string& service) {
     log4cplus::SharedAppenderPtr counter(new ErrorCounter);
     log4cplus::Logger::getRoot().addAppender(counter);
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::ERROR_LOG_LEVEL);
-    void* library = dlopen(addon.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) {
-        std::cerr << "cannot load " << addon << ": " << dlerror() << std::endl;
-        return 1;
-    }
-    const auto startup = reinterpret_cast<KnxStackAddonStartupFn>(dlsym(library, "addonStartup"));
-    const auto shutdown =
-        reinterpret_cast<KnxStackAddonShutdownFn>(dlsym(library, "addonShutdown"));
-    Manager manager;
-    startup(manager);
+    std::unique_ptr<Addon> addon = Take(Addon::Start(path));
 
     const auto start = std::chrono::steady_clock::now();
     const long sampleEvery = std::max(1L, cycles / 100);
@@ -254,10 +216,10 @@ int RunCycles(const std::string& addon, long cycles, long resets, const fs::path
     std::vector<Figures> driverSamples, serviceSamples;
     long lost = 0, resetsDone = 0, dataKept = 0;
     for (long cycle = 0; cycle < cycles; ++cycle) {
-        lost += CommitCycle(manager, cycle) ? 0 : 1;
+        lost += CommitCycle(*addon, cycle) ? 0 : 1;
         if ((cycle + 1) % resetEvery == 0 && resetsDone < resets) {
             ++resetsDone;
-            dataKept += FactoryResetCycle(manager, data) ? 0 : 1;
+            dataKept += FactoryResetCycle(*addon, data) ? 0 : 1;
         }
         if ((cycle + 1) % sampleEvery == 0) {
             driverSamples.push_back(Measure("self"));
@@ -266,7 +228,7 @@ int RunCycles(const std::string& addon, long cycles, long resets, const fs::path
     }
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    shutdown(manager);
+    addon.reset(); // addonShutdown, then dlclose
     const int errors = static_cast<ErrorCounter&>(*counter).errors;
     std::cout << "commit cycles " << cycles << ", factory resets " << resetsDone << ", seconds "
               << seconds << "\ncommits not read back " << lost << ", application data kept "
@@ -281,16 +243,9 @@ int RunCycles(const std::string& addon, long cycles, long resets, const fs::path
 
 std::atomic<bool> g_stop(false);
 
-std::string DottedAddress(unsigned long value) {
-    in_addr address{htonl(static_cast<uint32_t>(value))};
-    char text[INET_ADDRSTRLEN] = {};
-    inet_ntop(AF_INET, &address, text, sizeof text);
-    return text;
-}
-
 // The value a writer of an address setting sends as its n-th.
 std::string WriterValue(long n) {
-    return DottedAddress(0x0A000000UL | static_cast<unsigned long>(n & 0xFFFFFF));
+    return AddonHost::FormatAddress(0x0A000000UL | static_cast<unsigned long>(n & 0xFFFFFF));
 }
 
 std::string Command(const std::string& key, long n) {

@@ -1,7 +1,8 @@
 // The device-stack client library: one Unix domain socket connection to the
 // device service per client, one framed request and reply per operation.
-#include "Framing.h"
 #include "VelborDeviceStackClient.h"
+#include "Framing.h"
+#include "ServiceSocket.h"
 
 #include <nlohmann/json.hpp>
 
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 
 namespace Velbor {
@@ -23,9 +23,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using nlohmann::json;
-
-const char* const kDefaultSocket = "/run/velbor-device-stack.sock";
-const char* const kSocketVariable = "VELBOR_DEVICE_STACK_SOCKET";
 
 // Every exchange ends within this limit; a caller's shorter timeout (in
 // seconds, when positive) takes its place.
@@ -183,8 +180,7 @@ private:
 } // namespace
 
 std::unique_ptr<IDeviceStackClient> CreateDeviceStackClient() {
-    const char* path = std::getenv(kSocketVariable);
-    return CreateDeviceStackClient(path != nullptr && *path != '\0' ? path : kDefaultSocket);
+    return CreateDeviceStackClient(ServiceSocketPath());
 }
 
 // `connection` is the service's socket path; an empty text means the same

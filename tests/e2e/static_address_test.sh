@@ -3,17 +3,19 @@
 # knx-addon-host commits a static address to the simulated device service, which
 # applies it to one end of the pair; the add-on's next current-value query reads
 # the new address from the kernel, and the state file keeps it across a restart
-# of the service. Skipped (exit 77) without root or network namespaces.
+# of the service. Skipped (exit 77) where no network namespace can be used
+# (without root, or in a chroot).
 # Usage: static_address_test.sh HOST DEVICE_SERVICE
 set -euo pipefail
 host=$1 service=${2:-}
+scripts=$(cd "$(dirname "$0")/../../scripts/lib" && pwd)
+. "$scripts/netns.sh"
+. "$scripts/processes.sh"
 skip() {
   echo "SKIPPED: $*"
   exit 77
 }
 [ -n "$service" ] || skip "waits for the simulated device service (tools/device-service)"
-[ "$(id -u)" -eq 0 ] || skip "needs root for a network namespace"
-command -v ip >/dev/null || skip "needs ip (iproute2)"
 
 ns=knx-e2e-$$
 work=$(mktemp -d)
@@ -42,7 +44,7 @@ fail() {
 }
 in_ns() { ip netns exec "$ns" "$@"; }
 
-ip netns add "$ns" 2>/dev/null || skip "ip netns is not available here"
+reason=$(netns_create "$ns") || skip "$reason"
 in_ns ip link add knx0 type veth peer name knx1
 for link in lo knx0 knx1; do in_ns ip link set "$link" up; done
 
@@ -50,12 +52,7 @@ start_service() {
   # ip netns exec replaces itself with the service, so $! is the service.
   ip netns exec "$ns" "$service" --socket "$socket" --state "$state" --apply-to knx0 >>"$work/service.log" 2>&1 &
   service_pid=$!
-  for _ in $(seq 100); do
-    [ -S "$socket" ] && return 0
-    kill -0 "$service_pid" 2>/dev/null || fail "the service exited: $(cat "$work/service.log")"
-    sleep 0.1
-  done
-  fail "the service did not open $socket"
+  wait_for_socket "$service_pid" "$socket" 10 "$work/service.log" || fail "the service did not start"
 }
 # Runs the commands given on standard input; leaves the output in $work/out.
 run_host() {

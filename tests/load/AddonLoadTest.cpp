@@ -1,39 +1,13 @@
 // Loads the built add-on the way a host does and drives it through its
 // registered factories.
-#include "KnxStackAddonInterface.h"
-#include "LogCapture.h"
+#include "Addon.h"
+#include "LogCapture.h" // after Addon.h: its Error hides the name of the result type's
 
 #include <gmock/gmock.h>
-
-#include <dlfcn.h>
 
 #include <tuple>
 
 namespace {
-
-using testing::_;
-using testing::StrEq;
-using IpConfigFactory = KnxStack::AddonClassFactory<KnxStack::IIpConfigurationManager>;
-using ResetFactory = KnxStack::AddonClassFactory<KnxStack::IFactoryResetManager>;
-
-class MockAddonManager : public KnxStack::IAddonManager {
-public:
-    MOCK_METHOD(bool, RegisterAddon, (const char*, int), (override));
-    MOCK_METHOD(bool, UnregisterAddon, (const char*), (override));
-    MOCK_METHOD(bool, IsClassRegistered, (const char*), (override));
-    MOCK_METHOD(bool, RegisterIpConfigurationManagerFactory, (const char*, IpConfigFactory*),
-                (override));
-    MOCK_METHOD(bool, RegisterFactoryResetManagerFactory, (const char*, ResetFactory*), (override));
-    MOCK_METHOD(bool, SetAddonOption, (const char*, const char*), (override));
-    MOCK_METHOD(bool, GetAddonOption, (const char*, char*, unsigned int), (override));
-    MOCK_METHOD(bool, UnregisterIpConfigurationManagerFactory, (const char*), (override));
-    MOCK_METHOD(bool, UnregisterFactoryResetManagerFactory, (const char*), (override));
-};
-
-template <typename Function>
-Function Entry(void* library, const char* name) {
-    return reinterpret_cast<Function>(dlsym(library, name));
-}
 
 // The expected record of the factory, or with `reset` of the factory reset manager.
 LogRecord Expected(const LogLine& line, const char* function, bool reset = false) {
@@ -47,44 +21,34 @@ LogRecord Expected(const LogLine& line, const char* function, bool reset = false
 }
 
 TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
-    void* library = dlopen(DSC_ADDON_PATH, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(library, nullptr) << dlerror();
-    const auto version = Entry<KnxStackGetApiVersionFn>(library, "getKnxStackApiVersion");
-    const auto startup = Entry<KnxStackAddonStartupFn>(library, "addonStartup");
-    const auto shutdown = Entry<KnxStackAddonShutdownFn>(library, "addonShutdown");
-    ASSERT_TRUE(version && startup && shutdown);
-    EXPECT_EQ(version(), 20);
-
     LogCapture log;
-    testing::StrictMock<MockAddonManager> manager;
-    IpConfigFactory* ipConfigFactory = nullptr;
-    ResetFactory* resetFactory = nullptr;
+    std::vector<std::string> calls;
     {
-        testing::InSequence order;
-        EXPECT_CALL(manager, RegisterIpConfigurationManagerFactory(StrEq("DscKnxIpConfig"), _))
-            .WillOnce(testing::DoAll(testing::SaveArg<1>(&ipConfigFactory), testing::Return(true)));
-        EXPECT_CALL(manager, RegisterFactoryResetManagerFactory(StrEq("FactoryResetManager"), _))
-            .WillOnce(testing::DoAll(testing::SaveArg<1>(&resetFactory), testing::Return(true)));
-        EXPECT_CALL(manager, UnregisterFactoryResetManagerFactory(StrEq("FactoryResetManager")));
-        EXPECT_CALL(manager, UnregisterIpConfigurationManagerFactory(StrEq("DscKnxIpConfig")));
+        auto addon = AddonHost::Addon::Start(
+            DSC_ADDON_PATH, [&](const std::string& operation, const std::string& name) {
+                calls.push_back(operation + " " + name);
+            });
+        ASSERT_TRUE(addon) << addon.error();
+        auto* const factory = (*addon)->manager().Factory<AddonHost::IpConfig>("DscKnxIpConfig");
+        ASSERT_NE(factory, nullptr);
+        KnxStack::IIpConfigurationManager *ipConfig = nullptr, *secondIpConfig = nullptr;
+        EXPECT_TRUE(factory->Create("DscKnxIpConfig", &ipConfig));
+        EXPECT_TRUE(factory->Create("DscKnxIpConfig", &secondIpConfig));
+        ASSERT_TRUE(ipConfig && secondIpConfig);
+        EXPECT_NE(ipConfig, secondIpConfig);
+        EXPECT_EQ(ipConfig->GetIpCapabilities(), 6);
+        delete ipConfig;
+        delete secondIpConfig;
+        const auto reset = (*addon)->CreateFactoryReset(
+            {{"applicationData", "/data/app"}, {"processTime", "0x3C"}, {"restartType", "Reboot"}});
+        ASSERT_TRUE(reset) << reset.error();
+        EXPECT_EQ((*reset)->GetProcessTime(), 60);
     }
-    startup(manager);
-    ASSERT_TRUE(ipConfigFactory && resetFactory);
-    KnxStack::IIpConfigurationManager *ipConfig = nullptr, *secondIpConfig = nullptr;
-    KnxStack::IFactoryResetManager* reset = nullptr;
-    EXPECT_TRUE(ipConfigFactory->Create("DscKnxIpConfig", &ipConfig));
-    EXPECT_TRUE(ipConfigFactory->Create("DscKnxIpConfig", &secondIpConfig));
-    EXPECT_TRUE(resetFactory->Create("FactoryResetManager", &reset));
-    ASSERT_TRUE(ipConfig && secondIpConfig && reset);
-    EXPECT_NE(ipConfig, secondIpConfig);
-    EXPECT_EQ(ipConfig->GetIpCapabilities(), 6);
-    EXPECT_TRUE(reset->Init(
-        {{"applicationData", "/data/app"}, {"processTime", "0x3C"}, {"restartType", "Reboot"}}));
-    EXPECT_EQ(reset->GetProcessTime(), 60);
-    delete ipConfig;
-    delete secondIpConfig;
-    delete reset;
-    shutdown(manager);
+    EXPECT_THAT(calls,
+                testing::ElementsAre("RegisterIpConfigurationManagerFactory DscKnxIpConfig",
+                                     "RegisterFactoryResetManagerFactory FactoryResetManager",
+                                     "UnregisterFactoryResetManagerFactory FactoryResetManager",
+                                     "UnregisterIpConfigurationManagerFactory DscKnxIpConfig"));
 
     const char* const startupFn = "void AddonFactory::Startup(KnxStack::IAddonManager&)";
     const char* const shutdownFn = "void AddonFactory::Shutdown(KnxStack::IAddonManager&)";
@@ -115,7 +79,6 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
         EXPECT_EQ(fields(log.Records()[i]), fields(expected[i])) << i;
         EXPECT_GT(log.Records()[i].line, 0) << i;
     }
-    dlclose(library);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the test executable $1 inside a network namespace of its own and removes
-# the namespace on every path. Exits 77 (skipped) when no namespace can be made.
+# the namespace on every path. Exits 77 (skipped), saying why, when no namespace
+# can be used (without root, or in a chroot).
 #   lo     up, loopback
 #   knxc0  down, 10.77.3.2/24      knxc1  up, no IPv4
 #   knxb0  up, 10.77.2.2/24 and secondary 10.77.2.3/24, default route via 10.77.2.1 metric 100
@@ -9,9 +10,12 @@
 #   knxa1  down, 10.77.4.2 with peer 10.77.4.1
 #   a default route via 10.77.2.5 in table 100 (not the main table)
 set -u
-[ "$(id -u)" -eq 0 ] && command -v ip >/dev/null || exit 77
+. "$(dirname "$0")/../../../scripts/lib/netns.sh"
 ns="knxip-test-$$"
-ip netns add "$ns" 2>/dev/null || exit 77
+if ! reason=$(netns_create "$ns"); then
+  echo "SKIPPED: $reason"
+  exit 77
+fi
 trap 'ip netns del "$ns"' EXIT
 trap 'exit 130' INT TERM HUP
 

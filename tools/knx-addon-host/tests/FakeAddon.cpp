@@ -1,5 +1,6 @@
-// A stand-in add-on built for API version 19: the host must refuse it before
-// starting it, so its start-up announces itself on standard error.
+// A stand-in add-on that registers no factories, built for the API version
+// FAKE_ADDON_API_VERSION. The host must refuse one built for another version
+// before starting it, so its start-up announces itself on standard error.
 #include "KnxStackAddonInterface.h"
 
 #include <cstdio>
@@ -7,11 +8,11 @@
 #define FAKE_ADDON_EXPORT extern "C" __attribute__((visibility("default")))
 
 FAKE_ADDON_EXPORT int getKnxStackApiVersion() {
-    return 19;
+    return FAKE_ADDON_API_VERSION;
 }
 
 FAKE_ADDON_EXPORT void addonStartup(KnxStack::IAddonManager&) {
-    std::fputs("fake add-on started\n", stderr);
+    std::fprintf(stderr, "fake add-on %d started\n", FAKE_ADDON_API_VERSION);
 }
 
 FAKE_ADDON_EXPORT void addonShutdown(KnxStack::IAddonManager&) {

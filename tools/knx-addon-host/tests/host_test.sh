@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Runs knx-addon-host against the built add-on: a command session with its output
 # checked line by line, then the error cases with their exit codes and messages.
-# Usage: host_test.sh HOST FAKE_V19_ADDON LIBRARY_WITHOUT_ENTRY_FUNCTIONS
+# Usage: host_test.sh HOST FAKE_V19_ADDON FAKE_V20_ADDON LIBRARY_WITHOUT_ENTRY_FUNCTIONS SERVICE
 set -uo pipefail
-host=$1 fake_addon=$2 no_entry_library=$3
+host=$1 fake_addon=$2 empty_addon=$3 no_entry_library=$4 service=$5
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+service_pid=""
+trap '[ -z "$service_pid" ] || kill "$service_pid"; rm -rf "$work"' EXIT
 # No service listens here, so the add-on keeps its own defaults.
 export VELBOR_DEVICE_STACK_SOCKET=$work/no-service.sock
 failures=0
@@ -67,11 +68,14 @@ diff <(echo "$expected") "$work/out" || fail "session: output differs"
 grep -qx 'LOG INFO KnxStack.IpConfigFactory: Shutdown() ...' "$work/err" ||
   fail "session: no add-on shutdown in the log"
 ! grep -q '^LOG DEBUG' "$work/err" || fail "session: --log-level INFO let DEBUG through"
+notice="cannot reach the device service at $work/no-service.sock (No such file or directory); \
+start it with 'velbor-device-service --socket $work/no-service.sock' or set VELBOR_DEVICE_STACK_SOCKET"
+[ "$(grep -cF "$notice" "$work/err")" = 1 ] || fail "session: no single notice '$notice'"
 
-echo "capabilities" | "$host" --log-level OFF >"$work/out" 2>&1 || fail "stdin: exit code $?"
+echo "capabilities" | "$host" --log-level OFF >"$work/out" 2>/dev/null || fail "stdin: exit code $?"
 [ "$(cat "$work/out")" = "capabilities = 6" ] || fail "stdin: got '$(cat "$work/out")'"
 printf 'mac\ncurrent ip\ncurrent netmask\ncurrent gateway\n' |
-  "$host" --log-level OFF >"$work/out" 2>&1 || fail "current values: exit code $?"
+  "$host" --log-level OFF >"$work/out" 2>/dev/null || fail "current values: exit code $?"
 grep -Eqx 'mac = ([0-9a-f]{2}:){5}[0-9a-f]{2}' "$work/out" || fail "mac: $(cat "$work/out")"
 [ "$(grep -Ecx 'current (ip|netmask|gateway) = [0-9]+(\.[0-9]+){3}' "$work/out")" = 3 ] ||
   fail "current values: $(cat "$work/out")"
@@ -87,7 +91,7 @@ check_failure() {
   [ "$status" -eq "$code" ] || fail "$name: exit code $status, expected $code"
   [ "$(cat "$work/out")" = "$output" ] || fail "$name: output '$(cat "$work/out")'"
   grep -qF -- "$message" "$work/err" || fail "$name: no '$message' in: $(cat "$work/err")"
-  ! grep -q 'fake add-on started' "$work/err" || fail "$name: started an incompatible add-on"
+  ! grep -q 'fake add-on 19 started' "$work/err" || fail "$name: started an incompatible add-on"
 }
 check_failure "bad command" 1 "configured methods = 15" \
   "bad.script:2: unknown command 'frobnicate'" --script "$work/bad.script"
@@ -102,9 +106,34 @@ check_failure "missing entry function" 3 "" "add-on has no entry function" \
   --addon "$no_entry_library"
 check_failure "wrong API version" 3 "" "built for API version 19, this host needs 20" \
   --addon "$fake_addon"
+check_failure "no factories" 3 "" "add-on registered no factory for DscKnxIpConfig" \
+  --addon "$empty_addon"
 check_failure "bad option" 2 "" "bad argument --frob" --frob
 check_failure "bad log level" 2 "" "unknown log level LOUD" --log-level LOUD
 check_failure "missing script" 2 "" "cannot read script" --script "$work/missing.script"
+for option in --script --config --log-config; do
+  check_failure "$option directory" 2 "" "$work: Is a directory" "$option" "$work"
+done
+
+for option in -h --help; do
+  "$host" "$option" >"$work/out" || fail "$option: exit code $?"
+  grep -q '^usage: knx-addon-host' "$work/out" || fail "$option: no usage"
+done
+# A closed standard input reads as empty; a failed write to standard output fails the run.
+timeout 10 "$host" --log-level OFF <&- >"$work/out" 2>/dev/null || fail "closed stdin: exit code $?"
+echo capabilities | "$host" --log-level OFF >/dev/full 2>"$work/err"
+status=$?
+[ "$status" -eq 4 ] || fail "full stdout: exit code $status, expected 4"
+grep -qF "cannot write to standard output: No space left on device" "$work/err" ||
+  fail "full stdout: $(cat "$work/err")"
+
+# With the device service listening, the host says nothing about it.
+"$service" --socket "$work/service.sock" --state "$work/state.json" 2>/dev/null &
+service_pid=$!
+for _ in $(seq 100); do [ -S "$work/service.sock" ] && break || sleep 0.05; done
+echo capabilities | VELBOR_DEVICE_STACK_SOCKET=$work/service.sock "$host" --log-level OFF \
+  >"$work/out" 2>"$work/err" || fail "service: exit code $?"
+[ ! -s "$work/err" ] || fail "service: $(cat "$work/err")"
 
 [ "$failures" -eq 0 ] && echo "all host checks passed"
 exit $((failures > 0))
