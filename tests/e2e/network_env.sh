@@ -7,6 +7,10 @@
 # and removes the namespaces and files.
 # The caller sets `host` and `service` (the programs) and calls net_setup.
 
+lib=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib" && pwd)
+. "$lib/netns.sh"
+. "$lib/processes.sh"
+
 dns_name=knx-peer.test
 dns_address=10.88.0.7
 lease_pattern='^10\.88\.0\.1[0-4][0-9]$'
@@ -27,10 +31,9 @@ in_dev() { ip netns exec "$dev_ns" "$@"; }
 
 net_setup() {
   [ -n "${service:-}" ] || net_skip "waits for the simulated device service (tools/device-service)"
-  [ "$(id -u)" -eq 0 ] || net_skip "needs root for network namespaces"
-  local program
-  for program in ip dnsmasq dhcpcd getent; do
-    command -v "$program" >/dev/null || net_skip "needs $program (Debian: iproute2 dnsmasq-base dhcpcd-base)"
+  local program reason
+  for program in dnsmasq dhcpcd getent; do
+    command -v "$program" >/dev/null || net_skip "needs $program (Debian packages dnsmasq-base, dhcpcd-base)"
   done
   dev_ns=knxd-$$ peer_ns=knxp-$$ dev_if=kd$$ peer_if=kp$$
   work=$(mktemp -d)
@@ -40,7 +43,7 @@ net_setup() {
   service_pid= host_pid=
   trap net_cleanup EXIT
   trap 'exit 1' INT TERM
-  ip netns add "$dev_ns" 2>/dev/null || net_skip "ip netns is not available here"
+  reason=$(netns_create "$dev_ns") || net_skip "$reason"
   ip netns add "$peer_ns"
   ip link add "$dev_if" netns "$dev_ns" type veth peer name "$peer_if" netns "$peer_ns"
   ip -n "$dev_ns" link set lo up
@@ -86,20 +89,14 @@ net_start_server() {
 }
 
 # Starts the service on the device end with the given extra options and waits
-# until it listens.
+# until it listens (the socket of a killed one is removed first).
 net_start_service() {
-  local started
-  started=$(grep -c "listening on" "$work/service.log" 2>/dev/null || true)
+  rm -f "$socket"
   # ip netns exec replaces itself with the service, so $! is the service.
   ip netns exec "$dev_ns" "$service" --socket "$socket" --state "$state" --apply-to "$dev_if" \
     --resolv-conf "$resolver" "$@" >>"$work/service.log" 2>&1 &
   service_pid=$!
-  for _ in $(seq 100); do
-    [ "$(grep -c "listening on" "$work/service.log")" -gt "${started:-0}" ] && return 0
-    kill -0 "$service_pid" 2>/dev/null || net_fail "the service exited"
-    sleep 0.05
-  done
-  net_fail "the service did not start listening"
+  wait_for_socket "$service_pid" "$socket" 10 "$work/service.log" || net_fail "the service did not start"
 }
 
 # Sends the service a signal (TERM by default) and waits for it to end.
