@@ -43,7 +43,7 @@ net_commit_static 10.88.0.60
 net_close_host
 await 5 grep -q "DHCPRELEASE.* $lease " "$work/dnsmasq.log" || net_fail "no DHCPRELEASE of $lease"
 [ "$(dev_addresses)" = "10.88.0.60/24" ] || net_fail "addresses: $(dev_addresses)"
-[ -z "$(dev_dhcp_clients)" ] || net_fail "a DHCP client still runs on a static address"
+no_dhcp_process || net_fail "a DHCP client still runs on a static address"
 
 net_stop_service
 net_no_processes_left

@@ -155,16 +155,27 @@ dev_addresses() {
   in_dev ip -4 -o addr show dev "$dev_if" | awk '{print $4}'
 }
 
-# dhcpcd processes in the device namespace.
-dev_dhcp_clients() {
+# dhcpcd processes in the device namespace: all of them, or only the clients
+# themselves (not their helpers, which are dhcpcd's children).
+dev_dhcp_processes() {
   local pid
   for pid in $(ip netns pids "$dev_ns"); do
     grep -qx dhcpcd "/proc/$pid/comm" 2>/dev/null && echo "$pid"
   done
   return 0
 }
+dev_dhcp_clients() {
+  local pid parent
+  for pid in $(dev_dhcp_processes); do
+    parent=$(awk '/^PPid:/ {print $2}' "/proc/$pid/status" 2>/dev/null) || continue
+    grep -qx dhcpcd "/proc/$parent/comm" 2>/dev/null || echo "$pid"
+  done
+  return 0
+}
+no_dhcp_process() { [ -z "$(dev_dhcp_processes)" ]; }
 
-# Waits up to `seconds` for the shell condition given as the other arguments.
+# Waits up to `seconds` for the command given as the other arguments to
+# succeed; it runs anew each time.
 await() {
   local seconds=$1 deadline
   shift
