@@ -221,9 +221,10 @@ Cemi::Message InterfaceObjects::Read(const Cemi::Message& request) {
     }
     const Bytes value = property->read(*this);
     const std::size_t elements = value.size() / property->elementSize;
-    if (request.start == 0) {
-        return request.count == 1 ? Confirmation(request, Cemi::kPropReadCon, U16(elements))
-                                  : Refusal(request, Cemi::kPropReadCon, Cemi::kIndexOutOfRange);
+    if (request.start == 0) { // the element count, as one element whatever count was asked for
+        Cemi::Message count = Confirmation(request, Cemi::kPropReadCon, U16(elements));
+        count.count = 1;
+        return count;
     }
     if (request.count == 0 || request.start + request.count - 1u > elements) {
         return Refusal(request, Cemi::kPropReadCon, Cemi::kIndexOutOfRange);
