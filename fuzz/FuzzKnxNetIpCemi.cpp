@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FakeIpConfig manager;
     InterfaceObjects objects(manager, DeviceIdentity{});
     const std::optional<Cemi::Message> answer = objects.Serve(*request);
-    const bool isRequest = request->code == Cemi::kPropReadReq || request->code == Cemi::kPropWriteReq ||
-                           request->code == Cemi::kResetReq;
+    const bool isRequest = request->code == Cemi::kPropReadReq ||
+                           request->code == Cemi::kPropWriteReq || request->code == Cemi::kResetReq;
     Require(answer.has_value() == isRequest);
     if (!answer) {
         return 0;
@@ -42,8 +42,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             answer->pid == request->pid && answer->start == request->start);
     const bool refused = answer->count == 0;
     const bool elementCount = request->code == Cemi::kPropReadReq && request->start == 0;
-    Require(refused ? answer->data.size() == 1 : answer->count == (elementCount ? 1 : request->count));
+    Require(refused ? answer->data.size() == 1
+                    : answer->count == (elementCount ? 1 : request->count));
     Require(refused || request->code == Cemi::kPropWriteReq ? refused || answer->data.empty()
-                                                             : !answer->data.empty());
+                                                            : !answer->data.empty());
     return 0;
 }

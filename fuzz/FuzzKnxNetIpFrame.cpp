@@ -35,7 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!frame) {
         return 0;
     }
-    Require(EncodeFrame(static_cast<Service>(frame->service), frame->body) == Bytes(data, data + size));
+    Require(EncodeFrame(static_cast<Service>(frame->service), frame->body) ==
+            Bytes(data, data + size));
     RoundTrip<Hpai>(frame->body);
     RoundTrip<SearchRequestExtended>(frame->body);
     RoundTrip<SearchResponse>(frame->body);

@@ -30,7 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const Bytes datagram = in.bytes(std::min<std::size_t>(in.u8(), in.left()));
         now += std::chrono::milliseconds(10 * (control >> 2));
         out.clear();
-        sessions.Receive({{0x7F000001, static_cast<std::uint16_t>(40000 + (control & 3))}, datagram}, now, out);
+        sessions.Receive(
+            {{0x7F000001, static_cast<std::uint16_t>(40000 + (control & 3))}, datagram}, now, out);
         sessions.Expire(now, out);
         for (const Datagram& sent : out) {
             const std::optional<Frame> frame = DecodeFrame(sent.bytes.data(), sent.bytes.size());

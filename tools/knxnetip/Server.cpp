@@ -30,10 +30,18 @@ Result<std::unique_ptr<Server>> Server::Open(KnxStack::IIpConfigurationManager& 
     if (!socket) {
         return Error{socket.error()};
     }
+    // A socket bound to one unicast address does not see multicast datagrams:
+    // a second one, bound to the group, takes them. One bound to any address
+    // joins the group itself.
     std::optional<UdpSocket> multicast;
-    if ((options.endpoint.address & 0xFF000000) != kLoopbackNet) {
-        Result<UdpSocket> joined = UdpSocket::JoinMulticast(
-            kSystemSetupMulticast, socket->local().port, options.endpoint.address);
+    const std::uint32_t address = options.endpoint.address;
+    if (address == 0) {
+        if (Result<void> joined = socket->Join(kSystemSetupMulticast, 0); !joined) {
+            return Error{joined.error()};
+        }
+    } else if ((address & 0xFF000000) != kLoopbackNet) {
+        Result<UdpSocket> joined =
+            UdpSocket::JoinMulticast(kSystemSetupMulticast, socket->local().port, address);
         if (!joined) {
             return Error{joined.error()};
         }

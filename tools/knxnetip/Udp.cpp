@@ -44,17 +44,26 @@ Result<UdpSocket> UdpSocket::JoinMulticast(std::uint32_t group, std::uint16_t po
     UdpSocket socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int reuse = 1;
     const sockaddr_in address = ToSockaddr({group, port});
+    if (socket.m_fd < 0 ||
+        setsockopt(socket.m_fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0 ||
+        bind(socket.m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return SystemError("cannot bind UDP socket to " + ToString(Endpoint{group, port}));
+    }
+    if (Result<void> joined = socket.Join(group, interfaceAddress); !joined) {
+        return Error{joined.error()};
+    }
+    return socket;
+}
+
+Result<void> UdpSocket::Join(std::uint32_t group, std::uint32_t interfaceAddress) const {
     ip_mreq membership{};
     membership.imr_multiaddr.s_addr = htonl(group);
     membership.imr_interface.s_addr = htonl(interfaceAddress);
-    if (socket.m_fd < 0 ||
-        setsockopt(socket.m_fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0 ||
-        bind(socket.m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        setsockopt(socket.m_fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) !=
-            0) {
-        return SystemError("cannot join multicast group " + ToString(Endpoint{group, port}));
+    if (setsockopt(m_fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0) {
+        return SystemError("cannot join multicast group " + ToString(group) + " on " +
+                           ToString(interfaceAddress));
     }
-    return socket;
+    return Ok{};
 }
 
 UdpSocket::UdpSocket(UdpSocket&& other) noexcept : m_fd(other.m_fd) {

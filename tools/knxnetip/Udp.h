@@ -25,6 +25,8 @@ public:
     // with the address `interfaceAddress`.
     static Result<UdpSocket> JoinMulticast(std::uint32_t group, std::uint16_t port,
                                            std::uint32_t interfaceAddress);
+    // Receives what is sent to `group` on this socket's port too (0: any interface).
+    Result<void> Join(std::uint32_t group, std::uint32_t interfaceAddress) const;
 
     UdpSocket(UdpSocket&& other) noexcept;
     UdpSocket& operator=(UdpSocket&& other) noexcept;
