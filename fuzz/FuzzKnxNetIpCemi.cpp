@@ -3,19 +3,10 @@
 // echoes its address and is either complete or a single error byte.
 #include "Cemi.h"
 #include "FakeIpConfig.h"
+#include "FuzzSupport.h"
 #include "InterfaceObjects.h"
 
-namespace {
-
 using namespace KnxNetIp;
-
-void Require(bool condition) {
-    if (!condition) {
-        __builtin_trap(); // stops the run, so that libFuzzer keeps the input
-    }
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const Bytes frame(data, data + size);
@@ -23,28 +14,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!request) {
         return 0;
     }
-    Require(Cemi::Encode(*request) == frame);
+    FUZZ_CHECK(Cemi::Encode(*request) == frame);
     FakeIpConfig manager;
     InterfaceObjects objects(manager, DeviceIdentity{});
     const std::optional<Cemi::Message> answer = objects.Serve(*request);
     const bool isRequest = request->code == Cemi::kPropReadReq ||
                            request->code == Cemi::kPropWriteReq || request->code == Cemi::kResetReq;
-    Require(answer.has_value() == isRequest);
+    FUZZ_CHECK(answer.has_value() == isRequest);
     if (!answer) {
         return 0;
     }
-    Require(Cemi::Decode(Cemi::Encode(*answer)).has_value());
+    FUZZ_CHECK(Cemi::Decode(Cemi::Encode(*answer)).has_value());
     if (request->code == Cemi::kResetReq) {
-        Require(answer->code == Cemi::kResetInd);
+        FUZZ_CHECK(answer->code == Cemi::kResetInd);
         return 0;
     }
-    Require(answer->objectType == request->objectType && answer->instance == request->instance &&
-            answer->pid == request->pid && answer->start == request->start);
+    FUZZ_CHECK(answer->objectType == request->objectType && answer->instance == request->instance &&
+               answer->pid == request->pid && answer->start == request->start);
     const bool refused = answer->count == 0;
     const bool elementCount = request->code == Cemi::kPropReadReq && request->start == 0;
-    Require(refused ? answer->data.size() == 1
-                    : answer->count == (elementCount ? 1 : request->count));
-    Require(refused || request->code == Cemi::kPropWriteReq ? refused || answer->data.empty()
-                                                            : !answer->data.empty());
+    FUZZ_CHECK(refused ? answer->data.size() == 1
+                       : answer->count == (elementCount ? 1 : request->count));
+    // A read confirms with the values, a write without any.
+    FUZZ_CHECK(refused || answer->data.empty() == (request->code == Cemi::kPropWriteReq));
     return 0;
 }

@@ -2,16 +2,11 @@
 // the encoder makes of its service and body, and every message it reads from
 // a body encodes to bytes that read back to the same message.
 #include "Frame.h"
+#include "FuzzSupport.h"
 
 namespace {
 
 using namespace KnxNetIp;
-
-void Require(bool condition) {
-    if (!condition) {
-        __builtin_trap(); // stops the run, so that libFuzzer keeps the input
-    }
-}
 
 template <typename Message>
 void RoundTrip(const Bytes& body) {
@@ -22,10 +17,10 @@ void RoundTrip(const Bytes& body) {
     Bytes encoded;
     Put(encoded, *message);
     const std::optional<Message> again = Decode<Message>(encoded);
-    Require(again.has_value());
+    FUZZ_CHECK(again.has_value());
     Bytes reencoded;
     Put(reencoded, *again);
-    Require(reencoded == encoded);
+    FUZZ_CHECK(reencoded == encoded);
 }
 
 } // namespace
@@ -35,8 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!frame) {
         return 0;
     }
-    Require(EncodeFrame(static_cast<Service>(frame->service), frame->body) ==
-            Bytes(data, data + size));
+    FUZZ_CHECK(EncodeFrame(static_cast<Service>(frame->service), frame->body) ==
+               Bytes(data, data + size));
     RoundTrip<Hpai>(frame->body);
     RoundTrip<SearchRequestExtended>(frame->body);
     RoundTrip<SearchResponse>(frame->body);

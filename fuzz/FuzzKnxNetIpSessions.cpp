@@ -2,19 +2,10 @@
 // few peers, with time passing between them: it never fails, and everything it
 // sends is a well-formed frame.
 #include "FakeIpConfig.h"
+#include "FuzzSupport.h"
 #include "Sessions.h"
 
-namespace {
-
 using namespace KnxNetIp;
-
-void Require(bool condition) {
-    if (!condition) {
-        __builtin_trap(); // stops the run, so that libFuzzer keeps the input
-    }
-}
-
-} // namespace
 
 // Input: records of [peer and time step byte][length byte][datagram].
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -35,10 +26,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         sessions.Expire(now, out);
         for (const Datagram& sent : out) {
             const std::optional<Frame> frame = DecodeFrame(sent.bytes.data(), sent.bytes.size());
-            Require(frame.has_value() && sent.peer.port != 0);
+            FUZZ_CHECK(frame.has_value() && sent.peer.port != 0);
         }
         const std::optional<Clock::time_point> next = sessions.NextDeadline();
-        Require(!next || *next > now);
+        FUZZ_CHECK(!next || *next > now);
     }
     return 0;
 }

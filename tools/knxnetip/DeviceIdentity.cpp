@@ -1,7 +1,6 @@
 #include "DeviceIdentity.h"
 
 #include <cstdlib>
-#include <functional>
 #include <sstream>
 
 namespace KnxNetIp {
@@ -58,10 +57,10 @@ bool ParseSerialNumber(const std::string& text, std::array<std::uint8_t, 6>& out
 struct Key {
     const char* name;
     const char* expected;
-    std::function<bool(const std::string&, DeviceIdentity&)> parse;
+    bool (*parse)(const std::string&, DeviceIdentity&);
 };
 
-const Key kKeys[] = {
+constexpr Key kKeys[] = {
     {"knx.individualAddress", "AREA.LINE.DEVICE (0-15.0-15.0-255)",
      [](const std::string& t, DeviceIdentity& d) {
          return ParseIndividualAddress(t, d.individualAddress);
@@ -95,7 +94,10 @@ Result<DeviceIdentity> ParseDeviceIdentity(const std::map<std::string, std::stri
             return Error{"unknown configuration key " + name};
         }
         if (!key->parse(value, identity)) {
-            return Error{name + ": expected " + key->expected + ", got '" + value + "'"};
+            std::string message = name;
+            message.append(": expected ").append(key->expected).append(", got '").append(value) +=
+                '\'';
+            return Error{message};
         }
     }
     return identity;

@@ -54,7 +54,7 @@ struct Property {
     WriteResult (*write)(Objects&, const Bytes&);
 };
 
-const Property kProperties[] = {
+constexpr Property kProperties[] = {
     {kDeviceObject, 1, 2, [](Objects&) { return U16(kDeviceObject); }, nullptr},
     {kDeviceObject, 11, 6,
      [](Objects& o) {
@@ -176,6 +176,15 @@ Cemi::Message Refusal(const Cemi::Message& request, std::uint8_t code, std::uint
     return refusal;
 }
 
+// Elements `start` to `start + count - 1` (from 1) exist.
+bool Within(const Cemi::Message& request, std::size_t elements) {
+    return request.count > 0 && request.start + request.count - 1u <= elements;
+}
+
+std::ptrdiff_t Offset(std::size_t elements, std::size_t size) {
+    return static_cast<std::ptrdiff_t>(elements * size);
+}
+
 template <typename Array>
 void CopyName(Array& to, const std::string& name) {
     std::copy_n(name.begin(), std::min(name.size(), to.size()), to.begin());
@@ -220,18 +229,19 @@ Cemi::Message InterfaceObjects::Read(const Cemi::Message& request) {
         return Refusal(request, Cemi::kPropReadCon, Cemi::kNonExistent);
     }
     const Bytes value = property->read(*this);
-    const std::size_t elements = value.size() / property->elementSize;
+    const std::size_t size = property->elementSize;
+    const std::size_t elements = value.size() / size;
     if (request.start == 0) { // the element count, as one element whatever count was asked for
         Cemi::Message count = Confirmation(request, Cemi::kPropReadCon, U16(elements));
         count.count = 1;
         return count;
     }
-    if (request.count == 0 || request.start + request.count - 1u > elements) {
+    if (!Within(request, elements)) {
         return Refusal(request, Cemi::kPropReadCon, Cemi::kIndexOutOfRange);
     }
-    const auto first = value.begin() + (request.start - 1) * property->elementSize;
+    const auto first = value.begin() + Offset(request.start - 1u, size);
     return Confirmation(request, Cemi::kPropReadCon,
-                        Bytes(first, first + request.count * property->elementSize));
+                        Bytes(first, first + Offset(request.count, size)));
 }
 
 Cemi::Message InterfaceObjects::Write(const Cemi::Message& request) {
@@ -242,15 +252,17 @@ Cemi::Message InterfaceObjects::Write(const Cemi::Message& request) {
     if (property->write == nullptr || request.start == 0) {
         return Refusal(request, Cemi::kPropWriteCon, Cemi::kReadOnly);
     }
-    if (request.count == 0 || request.data.size() != request.count * property->elementSize) {
+    const std::size_t size = property->elementSize;
+    if (request.count == 0 ||
+        static_cast<std::ptrdiff_t>(request.data.size()) != Offset(request.count, size)) {
         return Refusal(request, Cemi::kPropWriteCon, Cemi::kTypeConflict);
     }
     Bytes value = property->read(*this);
-    if (request.start + request.count - 1u > value.size() / property->elementSize) {
+    if (!Within(request, value.size() / size)) {
         return Refusal(request, Cemi::kPropWriteCon, Cemi::kIndexOutOfRange);
     }
     std::copy(request.data.begin(), request.data.end(),
-              value.begin() + (request.start - 1) * property->elementSize);
+              value.begin() + Offset(request.start - 1u, size));
     if (const WriteResult error = property->write(*this, value)) {
         return Refusal(request, Cemi::kPropWriteCon, *error);
     }

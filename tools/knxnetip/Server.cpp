@@ -79,7 +79,7 @@ Result<void> Server::Run(int stopFd) {
             return Ok{};
         }
         for (std::size_t i = 0; i < 2; ++i) {
-            if (polled[i + 1].revents == 0) {
+            if (sockets[i] == nullptr || polled[i + 1].revents == 0) {
                 continue;
             }
             for (int taken = 0; taken < kBurst; ++taken) {
