@@ -47,9 +47,9 @@ TEST_F(CoreServices, SearchAndDescriptionCarryTheIdentityAndTheManagersValues) {
 TEST_F(CoreServices, ExtendedSearchAnswersOnlyWhenItsParametersSelectTheDevice) {
     Start();
     struct Case {
-        const char* name;
+        const char* name = nullptr;
         SearchParameters parameters;
-        bool answered;
+        bool answered = false;
     };
     SearchParameters dibs;
     dibs.dibTypes = {0x03, 0x04, 0x05};

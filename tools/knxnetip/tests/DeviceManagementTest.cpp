@@ -81,9 +81,9 @@ TEST_F(DeviceManagement, PropertiesReadAsACommissioningToolAsksForThem) {
 
 TEST_F(DeviceManagement, RequestsThatCannotBeDoneAreAnsweredWithTheirError) {
     struct Case {
-        const char* name;
+        const char* name = nullptr;
         Cemi::Message request;
-        std::uint8_t error;
+        std::uint8_t error = 0;
     };
     const Cemi::Message read{Cemi::kPropReadReq, 11, 1, 57, 1, 1, {}};
     const Cemi::Message write{Cemi::kPropWriteReq, 11, 1, 60, 1, 1, Hex("c0 a8 01 32")};
