@@ -17,12 +17,14 @@ capture_file=$work/capture.pcapng
 
 tshark -i lo -f "udp port $port" -w "$capture_file" -q 2>"$work/tshark.log" &
 capture=$!
-for _ in $(seq 100); do
-  grep -q "Capturing on" "$work/tshark.log" && break
+# The capture is under way once a probe sent to the port shows in the file.
+for _ in $(seq 50); do
   kill -0 "$capture" 2>/dev/null || break
-  sleep 0.1
+  echo probe >"/dev/udp/127.0.0.1/$port"
+  [ "$(tshark -r "$capture_file" 2>/dev/null | wc -l)" -gt 0 ] && break
+  sleep 0.2
 done
-if ! grep -q "Capturing on" "$work/tshark.log" || ! kill -0 "$capture" 2>/dev/null; then
+if ! kill -0 "$capture" 2>/dev/null || [ "$(tshark -r "$capture_file" 2>/dev/null | wc -l)" -eq 0 ]; then
   echo "skipped: cannot capture on loopback: $(head -n 1 "$work/tshark.log")"
   exit 77
 fi
@@ -47,7 +49,12 @@ marked=$(decode "(_ws.malformed || _ws.expert.severity >= 0x00600000) && !($refu
 notes_at_0=$(decode "$refusal_at_0" -T fields -e _ws.expert.message | sort -u | grep -v '^Expected: 1 element$')
 echo "server frames: $sent, decoded as KNXnet/IP: $decoded," \
   "refusals at start index 0: $(decode "$refusal_at_0" | wc -l)"
-decode "kip" -T fields -e knxip.service | sort | uniq -c | sed 's/^/  service /'
+services=$(decode "kip" -T fields -e knxip.service | sort | uniq -c)
+echo "$services" | sed 's/^/  service /'
+# Every service the server has must have been seen: a capture that began late would miss some.
+for service in 0x0202 0x0204 0x0206 0x0208 0x0209 0x020a 0x020c 0x0310 0x0311; do
+  echo "$services" | grep -q " $service\$" || marked+=$'\n'"no frame of service $service captured"
+done
 if [ "$sent" -eq 0 ] || [ "$decoded" -ne "$sent" ] || [ -n "$marked$notes_at_0" ]; then
   echo "$notes_at_0"
   echo "$marked"
