@@ -59,11 +59,6 @@ void Write(const fs::path& path, const std::string& text) {
     std::ofstream(path) << text;
 }
 
-// Why a step of setting up a child failed, with the error it left.
-std::string SetupFailed(const std::string& step) {
-    return step + " failed: " + std::strerror(errno);
-}
-
 enum Outcome { NoClient, RegistrationRefused, RequestRefused, Accepted, RequestThrows };
 
 class FactoryReset : public testing::Test {
@@ -108,17 +103,21 @@ protected:
         manager.OnFactoryReset();
     }
 
-    // Runs `body` in a child process once `isolate` has set the child up; when
-    // it could not, `isolate` returns why and the test is skipped with that reason.
-    void InChild(const std::function<std::string()>& isolate, const std::function<void()>& body) {
+    // Runs `body` in a child process once `isolate` has set the child up. When a
+    // step fails, `isolate` names it and the test is skipped with it and errno.
+    void InChild(const std::function<const char*()>& isolate, const std::function<void()>& body) {
         int reason[2];
         ASSERT_EQ(pipe(reason), 0);
         const pid_t child = fork();
         ASSERT_NE(child, -1);
         if (child == 0) {
-            const std::string why = isolate();
-            if (why.empty()) body();
-            if (!why.empty() && write(reason[1], why.data(), why.size()) < 0) ADD_FAILURE();
+            if (const char* step = isolate()) {
+                const std::string error = std::strerror(errno);
+                const std::string why = std::string(step) + " failed: " + error;
+                if (write(reason[1], why.data(), why.size()) < 0) ADD_FAILURE();
+            } else {
+                body();
+            }
             _exit(HasFailure() ? 2 : 0);
         }
         close(reason[1]);
@@ -164,16 +163,15 @@ TEST_F(FactoryReset, RemovesTheTreeAndItsLinksButNotTheirTargetsThenRequestsRest
 TEST_F(FactoryReset, FailedRemovalIsReportedAndRestartStillRequested) {
     const fs::path dir = root_ / "mnt", file = dir / "data";
     fs::create_directory(dir);
-    const auto mountReadOnly = [&]() -> std::string {
-        if (unshare(CLONE_NEWNS) != 0) return SetupFailed("unshare(CLONE_NEWNS)");
+    const auto mountReadOnly = [&]() -> const char* {
+        if (unshare(CLONE_NEWNS) != 0) return "unshare(CLONE_NEWNS)";
         if (mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) != 0) {
-            return SetupFailed("mount --make-rslave /");
+            return "mount --make-rslave /";
         }
-        if (mount("tmpfs", dir.c_str(), "tmpfs", 0, nullptr) != 0) return SetupFailed("mount");
+        if (mount("tmpfs", dir.c_str(), "tmpfs", 0, nullptr) != 0) return "mount tmpfs";
         Write(file, "data");
         const auto readOnly = MS_REMOUNT | MS_RDONLY;
-        const bool remounted = mount("tmpfs", dir.c_str(), "tmpfs", readOnly, nullptr) == 0;
-        return remounted ? "" : SetupFailed("remount read-only");
+        return mount("tmpfs", dir.c_str(), "tmpfs", readOnly, nullptr) != 0 ? "remount" : nullptr;
     };
     InChild(mountReadOnly, [&] {
         ExpectExchange(Accepted);
@@ -189,19 +187,18 @@ TEST_F(FactoryReset, FailedRemovalIsReportedAndRestartStillRequested) {
 TEST_F(FactoryReset, RefusesToDeleteTheRootDirectoryAndStillRequestsRestart) {
     Write(root_ / "keep", "keep");
     fs::create_directory_symlink("/", root_ / "up");
-    const auto confine = [&]() -> std::string {
-        return chroot(root_.c_str()) == 0 && chdir("/") == 0 ? "" : SetupFailed("chroot");
-    };
-    InChild(confine, [&] {
-        for (const char* path : {"/", "//", "/.", "/..", "/./..//", "/missing/..", "/up/."}) {
-            SCOPED_TRACE(path);
-            ExpectExchange(Accepted);
-            Reset({{"applicationData", path}});
-            const Lines expected = NotDeleted(path, "Refusing to delete the root directory");
-            EXPECT_EQ(log_.Lines(), Join({expected, Restarted()}));
-            EXPECT_TRUE(fs::exists("/keep"));
-        }
-    });
+    InChild(
+        [&] { return chroot(root_.c_str()) == 0 && chdir("/") == 0 ? nullptr : "chroot"; },
+        [&] {
+            for (const char* path : {"/", "//", "/.", "/..", "/./..//", "/missing/..", "/up/."}) {
+                SCOPED_TRACE(path);
+                ExpectExchange(Accepted);
+                Reset({{"applicationData", path}});
+                const Lines expected = NotDeleted(path, "Refusing to delete the root directory");
+                EXPECT_EQ(log_.Lines(), Join({expected, Restarted()}));
+                EXPECT_TRUE(fs::exists("/keep"));
+            }
+        });
 }
 
 // A process that owns a directory in the data exchanges it with a link to a
