@@ -8,13 +8,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/system/error_code.hpp>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <limits>
 #include <memory>
-#include <system_error>
 
 #define RESET_LOG(logger, level, function, message) \
     DSC_LOG(logger, level, DscLogFile::FactoryReset, function, message)
@@ -44,7 +45,7 @@ const int kRootDirectory = -1;
 
 std::string Reason(int error) {
     return error == kRootDirectory ? "Refusing to delete the root directory"
-                                   : std::system_category().message(error);
+                                   : boost::system::error_code(error, boost::system::system_category()).message();
 }
 
 struct CloseDirectory {
