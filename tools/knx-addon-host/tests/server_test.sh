@@ -60,8 +60,9 @@ for write in "55 01" "60 192.168.1.50" "61 255.255.255.0" "62 192.168.1.254"; do
 done
 [ -z "$(knx reset)" ] || fail "reset"
 expect_reads 55=01 60=c0a80132 61=ffffff00 62=c0a801fe
-grep -Eq '"IpAddress": *"192\.168\.1\.50"' "$work/state.json" &&
-  grep -Eq '"Dhcp": *"false"' "$work/state.json" || fail "state file: $(cat "$work/state.json")"
+for setting in '"IpAddress": *"192\.168\.1\.50"' '"Dhcp": *"false"'; do
+  grep -Eq "$setting" "$work/state.json" || fail "state file: $(cat "$work/state.json")"
+done
 
 kill -TERM "$host_pid"
 wait "$host_pid"
