@@ -44,8 +44,9 @@ std::uint16_t ParseProcessTime(const std::string& text) {
 const int kRootDirectory = -1;
 
 std::string Reason(int error) {
-    return error == kRootDirectory ? "Refusing to delete the root directory"
-                                   : boost::system::error_code(error, boost::system::system_category()).message();
+    return error == kRootDirectory
+               ? "Refusing to delete the root directory"
+               : boost::system::error_code(error, boost::system::system_category()).message();
 }
 
 struct CloseDirectory {
