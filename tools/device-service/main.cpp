@@ -77,7 +77,8 @@ int StopSignals() {
 
 } // namespace
 
-int main(int argc, char** argv) {
+// Result's accessors could throw only on a result not tested first.
+int main(int argc, char** argv) { // NOLINT(bugprone-exception-escape)
     const Result<CommandLine> line = ParseCommandLine(argc, argv);
     if (!line || line->help) {
         if (!line && !line.error().empty()) {

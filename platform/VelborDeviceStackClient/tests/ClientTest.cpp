@@ -23,7 +23,7 @@ protected:
 
     // Takes the next connection, records each request and answers it with the
     // next of `replies` (raw bytes); when they run out, closes the connection.
-    void Serve(std::vector<std::string> replies) {
+    void Serve(const std::vector<std::string>& replies) {
         m_peer = std::thread([this, replies] {
             const int fd = accept(m_listener, nullptr, nullptr);
             std::string answer;

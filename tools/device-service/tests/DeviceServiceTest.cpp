@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -27,8 +28,8 @@ using nlohmann::json;
 
 const char* const kRestart = R"({"command":"Restart", "type":"FactoryReset"})";
 // A registration whose name tries to end its log line and fake another.
-const std::string kRegistration = Frame(R"({"op":"register","name":"A\nvelbor-device-service: )"
-                                        R"(forged","type":"field","protocol":"KNX"})");
+const char* const kRegistration = R"({"op":"register","name":"A\nvelbor-device-service: )"
+                                  R"(forged","type":"field","protocol":"KNX"})";
 const char* const kRegistered = R"({"ok":true,"reply":""})";
 
 std::string SetConfig(const std::string& config) {
@@ -69,12 +70,18 @@ protected:
 
     // Runs the service (through `prefix`, a command that executes the rest)
     // with `options`, its log going to Log(), and waits until it answers.
-    void Start(const std::string& prefix = "", const std::string& options = "") {
-        const std::string command = "exec " + prefix + " " DEVICE_SERVICE_PATH " --socket " +
-                                    m_socket + " --state " + m_state + " " + options + " 2>>" +
-                                    m_dir + "/log";
+    void Start(std::vector<std::string> prefix = {}, std::vector<std::string> options = {}) {
+        prefix.insert(prefix.end(),
+                      {DEVICE_SERVICE_PATH, "--socket", m_socket, "--state", m_state});
+        prefix.insert(prefix.end(), options.begin(), options.end());
+        std::vector<char*> argv;
+        for (std::string& argument : prefix) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
         if ((m_pid = fork()) == 0) {
-            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+            dup2(open((m_dir + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644), 2);
+            execvp(argv[0], argv.data());
             _exit(127);
         }
         for (int i = 0; i < 400 && !Velbor::CreateDeviceStackClient(m_socket); ++i) {
@@ -109,7 +116,7 @@ protected:
         const pid_t child = fork();
         if (child == 0) {
             _exit(setgroups(0, nullptr) == 0 && setgid(gid) == 0 && setuid(uid) == 0 &&
-                          Exchange(Open(m_socket, false), kRegistration) == kRegistered
+                          Exchange(Open(m_socket, false), Frame(kRegistration)) == kRegistered
                       ? 0
                       : 1);
         }
@@ -176,7 +183,7 @@ TEST_F(DeviceServiceTest, AnswersProtocolErrorsClosesOnOversizedMessagesLogsOneL
         const json reply = json::parse(Exchange(fd, test.bytes));
         EXPECT_EQ(reply["ok"], false);
         EXPECT_FALSE(reply["error"].get<std::string>().empty());
-        EXPECT_EQ(Exchange(fd, kRegistration), test.closes ? "<closed>" : kRegistered);
+        EXPECT_EQ(Exchange(fd, Frame(kRegistration)), test.closes ? "<closed>" : kRegistered);
         close(fd);
     }
     EXPECT_EQ(FileBytes(m_state), "");
@@ -208,7 +215,7 @@ TEST_F(DeviceServiceTest, IdleAndStalledConnectionsMakeRoomAndTimeOut) {
 }
 
 TEST_F(DeviceServiceTest, KeepsServingWithoutSpinningAtTheDescriptorLimit) {
-    Start("prlimit --nofile=16: --");
+    Start({"prlimit", "--nofile=16:", "--"});
     std::vector<int> idle(20);
     for (int& fd : idle) {
         fd = Open(m_socket, false);
@@ -231,7 +238,7 @@ TEST_F(DeviceServiceTest, KeepsServingWithoutSpinningAtTheDescriptorLimit) {
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_LT(std::stoi(Shell(cpuTicks)) - ticks, sysconf(_SC_CLK_TCK) / 20); // 50 ms
     ASSERT_EQ(prlimit(m_pid, RLIMIT_NOFILE, &before, nullptr), 0);
-    EXPECT_EQ(Exchange(waiting, kRegistration), kRegistered);
+    EXPECT_EQ(Exchange(waiting, Frame(kRegistration)), kRegistered);
     EXPECT_NE(Log().find("cannot accept connections: Too many open files"), std::string::npos);
     close(waiting);
 }
@@ -257,7 +264,7 @@ TEST_F(DeviceServiceTest, SocketAdmitsOnlyRootItsOwnUserAndItsGroup) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs root to connect as other users";
     }
-    Start("", "--socket-group nogroup");
+    Start({}, {"--socket-group", "nogroup"});
     EXPECT_EQ(fs::status(m_socket).permissions(), fs::perms(0660));
     EXPECT_EQ(Shell("stat -c %G " + m_socket), "nogroup\n");
     // Even with the socket file opened to everyone, only the group gets in.
@@ -276,7 +283,8 @@ TEST_F(DeviceServiceTest, CommandLineAndStartUpFailuresSayWhatIsWrong) {
         {"--help", "--socket-group GROUP also let this group's members use the socket"},
         {"--help", "status 0"},
         {"--bogus", "status 2"},
-        {"--socket " + m_dir + "/file", "/file: it exists and is not a socket"},
+        {"--socket " + m_dir + "/file --state " + m_dir + "/new.json",
+         "file: it exists and is not"},
         {"--socket " + m_socket + " --state " + m_state, "settings: IpAddress is missing"},
     };
     for (const auto& [arguments, output] : cases) {
@@ -292,7 +300,8 @@ TEST_F(DeviceServiceTest, AppliesStaticSettingsToTheNamedInterface) {
         GTEST_SKIP() << "no private network namespace available";
     }
     // A private network namespace whose loopback interface takes the settings.
-    Start(R"(unshare --net -- sh -c 'ip link set lo up && exec "$0" "$@"')", "--apply-to lo");
+    Start({"unshare", "--net", "--", "sh", "-c", "ip link set lo up && exec \"$0\" \"$@\""},
+          {"--apply-to", "lo"});
     const std::string inNamespace = "nsenter -t " + std::to_string(m_pid) + " -n ip -4 -o ";
     EXPECT_NE(Shell(inNamespace + "addr show dev lo").find("192.168.1.20/24"), std::string::npos);
     std::string reply;
