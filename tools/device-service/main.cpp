@@ -77,8 +77,7 @@ int StopSignals() {
 
 } // namespace
 
-// Result's accessors could throw only on a result not tested first.
-int main(int argc, char** argv) { // NOLINT(bugprone-exception-escape)
+int main(int argc, char** argv) {
     const Result<CommandLine> line = ParseCommandLine(argc, argv);
     if (!line || line->help) {
         if (!line && !line.error().empty()) {
