@@ -97,6 +97,16 @@ results as $runs
 
   (($size / 1000) as $kb
    | ["7. Stripped Release add-on (strip --strip-unneeded)", ($kb | show("KB")), "-", "-",
-      "<= 100 KB", (if $kb <= 100 then "met" else "missed" end)])
+      "<= 100 KB", (if $kb <= 100 then "met" else "missed" end)]),
+
+  (wall("PropertyRead/real_time"; 1e3) as $f | wall("PropertyReadFloor/real_time"; 1e3) as $g
+   | target_row("8. KNXnet/IP M_PropRead on loopback: request, ack, confirmation, ack";
+       ($f | show("us")); "\($g | show("us")): bare UDP server, same datagram sizes";
+       ratio($f; $g); "<="; 1.5; true)),
+
+  (wall("Description/real_time"; 1e3) as $f | wall("DescriptionFloor/real_time"; 1e3) as $g
+   | target_row("9. KNXnet/IP description request on loopback";
+       ($f | show("us")); "\($g | show("us")): bare UDP server, same datagram sizes";
+       ratio($f; $g); "<="; 1.5; true))
 
   | "| " + join(" | ") + " |"

@@ -29,7 +29,7 @@ set_target_properties(DscKnxIpConfig PROPERTIES
   KNX_ADDON_INSTALL_DIR ${CMAKE_INSTALL_PREFIX}/${DSC_ADDON_DIR})
 install(TARGETS DscKnxIpConfig LIBRARY DESTINATION ${DSC_ADDON_DIR} COMPONENT addon)
 
-install(TARGETS knx-addon-host velbor-device-service
+install(TARGETS knx-addon-host velbor-device-service knxnetip-client
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 
 # The platform libraries are public shared libraries with a SONAME; installed
@@ -90,7 +90,7 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/tools/knx-addon-host/demo/
   DESTINATION ${DSC_TOOLS_DOC_DIR}/examples/demo COMPONENT tools)
 
 # Manual pages of the tools, compressed as Debian installs them.
-foreach(page knx-addon-host.1 velbor-device-service.1)
+foreach(page knx-addon-host.1 knxnetip-client.1 velbor-device-service.1)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/packaging/man/${page})
   execute_process(COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/packaging/man/${page}
     OUTPUT_FILE ${PROJECT_BINARY_DIR}/${page}.gz COMMAND_ERROR_IS_FATAL ANY)

@@ -1,6 +1,6 @@
 # Debian packages, one per install component (cmake/Install.cmake):
 #   dsc-knx-ip-config-addon  the add-on
-#   dsc-knx-ip-config-tools  knx-addon-host, velbor-device-service and the platform libraries
+#   dsc-knx-ip-config-tools  knx-addon-host, knxnetip-client, velbor-device-service and the platform libraries
 #   dsc-knx-ip-config-dev    headers, CMake package and pkg-config files
 # Build them with `cpack -G DEB` in a Release build tree (packaging/build-debs).
 set(debian_dir ${PROJECT_SOURCE_DIR}/packaging/debian)
@@ -70,8 +70,9 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${debian_dir}/triggers ${PROJECT_BINARY_DIR}/shlibs)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "Off-device host, simulated device service and platform libraries
-knx-addon-host loads a KNX stack add-on and drives it with command scripts;
-velbor-device-service simulates the device's system service on a Unix domain
+knx-addon-host loads a KNX stack add-on and drives it with command scripts or
+serves it to KNX tools over KNXnet/IP; knxnetip-client reads and writes such a
+device's IP settings; velbor-device-service simulates the device's system service on a Unix domain
 socket. Also the KNXnet/IP connection library for Linux and the device-stack
 client library that the add-on links against.")
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)

@@ -332,11 +332,9 @@ bool CheckWriter(const DeviceService::DeviceState& state, const std::string& pat
 }
 
 int RunCheck(const std::string& statePath, const std::vector<std::string>& progressFiles) {
-    std::string error;
-    const std::optional<DeviceService::DeviceState> state =
-        DeviceService::LoadState(statePath, error);
+    const Result<DeviceService::DeviceState> state = DeviceService::LoadState(statePath);
     if (!state) {
-        std::cout << "state file unusable: " << error << std::endl;
+        std::cout << "state file unusable: " << state.error() << std::endl;
         return 1;
     }
     bool ok = true;

@@ -29,6 +29,7 @@ private:
 };
 
 // Removes `path` and everything below it, logging the outcome on `logger`.
+// Links are removed, never followed, and the root directory is never removed.
 void DeleteFiles(log4cplus::Logger& logger, const std::string& path);
 
 #endif

@@ -17,9 +17,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     void* addon = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
-    auto version = addon ? reinterpret_cast<KnxStackGetApiVersionFn>(
-                               dlsym(addon, "getKnxStackApiVersion"))
-                         : nullptr;
+    auto version =
+        addon ? reinterpret_cast<KnxStackGetApiVersionFn>(dlsym(addon, "getKnxStackApiVersion"))
+              : nullptr;
     std::printf("add-on API version = %d\n", version ? version() : -1);
 
     KnxStack::Ip::IpConnectionInfo connection;

@@ -19,12 +19,13 @@ public:
     Result(Error error) : m_outcome(std::in_place_index<1>, std::move(error)) {}
 
     explicit operator bool() const { return m_outcome.index() == 0; }
-    T& operator*() { return std::get<0>(m_outcome); }
-    const T& operator*() const { return std::get<0>(m_outcome); }
-    T* operator->() { return &std::get<0>(m_outcome); }
-    const T* operator->() const { return &std::get<0>(m_outcome); }
+    // The value; only valid when the result holds one.
+    T& operator*() { return *std::get_if<0>(&m_outcome); }
+    const T& operator*() const { return *std::get_if<0>(&m_outcome); }
+    T* operator->() { return std::get_if<0>(&m_outcome); }
+    const T* operator->() const { return std::get_if<0>(&m_outcome); }
     // The failure's message; only valid when the result holds no value.
-    const std::string& error() const { return std::get<1>(m_outcome).message; }
+    const std::string& error() const { return std::get_if<1>(&m_outcome)->message; }
 
 private:
     std::variant<T, Error> m_outcome;

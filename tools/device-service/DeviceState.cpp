@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 
 namespace DeviceService {
 
@@ -47,21 +48,42 @@ std::optional<std::uint32_t> ParseIpv4(const std::string& text) {
     return ntohl(address.s_addr);
 }
 
-std::string CheckSetting(const std::string& key, const std::string& value) {
+Result<void> CheckSetting(const std::string& key, const std::string& value) {
     if (key == "Dhcp") {
-        return value == "true" || value == "false" ? "" : "Dhcp must be \"true\" or \"false\"";
+        return value == "true" || value == "false" ? Result<void>(Ok{})
+                                                   : Error{"Dhcp must be \"true\" or \"false\""};
     }
     if (!IsKnownKey(key)) {
-        return "unknown setting " + key;
+        return Error{"unknown setting " + key};
     }
     const std::optional<std::uint32_t> address = ParseIpv4(value);
     if (!address) {
-        return key + " is not a dotted IPv4 address";
+        return Error{key + " is not a dotted IPv4 address"};
     }
     if (key == "SubnetMask" && !IsContiguousMask(*address)) {
-        return "SubnetMask is not a contiguous mask";
+        return Error{"SubnetMask is not a contiguous mask"};
     }
-    return "";
+    return Ok{};
+}
+
+Result<Settings> ParseSettings(const json& object) {
+    Settings settings;
+    for (const auto& [key, value] : object.items()) {
+        if (!value.is_string()) {
+            return Error{key + " must be a string"};
+        }
+        if (Result<void> valid = CheckSetting(key, value.get<std::string>()); !valid) {
+            return Error{valid.error()};
+        }
+        settings[key] = value.get<std::string>();
+    }
+    return settings;
+}
+
+void CountRestart(DeviceState& state) {
+    if (state.restartCount < std::numeric_limits<std::uint64_t>::max()) {
+        ++state.restartCount;
+    }
 }
 
 std::string ConfigText(const DeviceState& state) {
@@ -77,28 +99,37 @@ std::string StateText(const DeviceState& state) {
     return document.dump(2) + "\n";
 }
 
-std::optional<DeviceState> ParseStateText(std::string_view text) {
+Result<DeviceState> ParseStateText(std::string_view text) {
+    json document;
     try {
-        const json document = json::parse(text);
-        // Only a non-negative integer that fits is a count; get<> would
-        // silently convert a negative or fractional number, or one too large.
-        if (!document.at("restartCount").is_number_unsigned()) {
-            return std::nullopt;
-        }
-        DeviceState state{document.at("settings").get<Settings>(),
-                          document.at("restartCount").get<std::uint64_t>()};
-        for (const auto& [key, value] : state.settings) {
-            if (!CheckSetting(key, value).empty()) {
-                return std::nullopt;
-            }
-        }
-        if (state.settings.size() != std::size(kKeys)) {
-            return std::nullopt;
-        }
-        return state;
-    } catch (const json::exception&) {
-        return std::nullopt;
+        document = json::parse(text);
+    } catch (const json::exception& error) {
+        return Error{std::string("not a JSON document: ") + error.what()};
     }
+    if (!document.is_object()) {
+        return Error{"not a JSON object"};
+    }
+    const auto settings = document.find("settings");
+    if (settings == document.end() || !settings->is_object()) {
+        return Error{"settings is missing or not an object"};
+    }
+    Result<Settings> parsed = ParseSettings(*settings);
+    if (!parsed) {
+        return Error{"settings: " + parsed.error()};
+    }
+    for (const char* key : kKeys) {
+        if (parsed->count(key) == 0) {
+            return Error{std::string("settings: ") + key + " is missing"};
+        }
+    }
+    // Only a non-negative integer that fits is a count; get<> would silently
+    // convert a negative or fractional number, or one too large.
+    const auto count = document.find("restartCount");
+    if (count == document.end() || !count->is_number_unsigned()) {
+        return Error{"restartCount is missing or not a whole number from 0 to " +
+                     std::to_string(std::numeric_limits<std::uint64_t>::max())};
+    }
+    return DeviceState{std::move(*parsed), count->get<std::uint64_t>()};
 }
 
 } // namespace DeviceService

@@ -3,6 +3,10 @@
 #ifndef DEVICE_SERVICE_DEVICE_STATE_H
 #define DEVICE_SERVICE_DEVICE_STATE_H
 
+#include "Result.h"
+
+#include <nlohmann/json_fwd.hpp>
+
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -24,8 +28,16 @@ struct DeviceState {
 
 DeviceState DefaultState();
 
-// Why `value` is not acceptable for the setting `key`; empty when it is.
-std::string CheckSetting(const std::string& key, const std::string& value);
+// Counts one more restart; the count stops at its largest value instead of
+// wrapping to 0.
+void CountRestart(DeviceState& state);
+
+// Fails with the reason when `value` is not acceptable for the setting `key`.
+Result<void> CheckSetting(const std::string& key, const std::string& value);
+
+// The settings of a JSON object whose members are setting texts, each checked;
+// fails with the first member that is not a string or not acceptable.
+Result<Settings> ParseSettings(const nlohmann::json& object);
 
 // An IPv4 address in dotted text as a host-order number.
 std::optional<std::uint32_t> ParseIpv4(const std::string& text);
@@ -35,8 +47,9 @@ std::optional<std::uint32_t> ParseIpv4(const std::string& text);
 std::string ConfigText(const DeviceState& state);
 
 std::string StateText(const DeviceState& state);
-// The state in a persisted document, or nothing when it is not a valid one.
-std::optional<DeviceState> ParseStateText(std::string_view text);
+// The state in a persisted document; a failure names the field at fault and
+// what is wrong with it.
+Result<DeviceState> ParseStateText(std::string_view text);
 
 } // namespace DeviceService
 

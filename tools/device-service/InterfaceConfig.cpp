@@ -42,8 +42,8 @@ Owned<nl_addr> Ipv4(std::uint32_t value, int prefix) {
     return address;
 }
 
-std::string Failure(const char* what, int error) {
-    return std::string(what) + ": " + nl_geterror(error);
+Error Failure(const char* what, int error) {
+    return Error{std::string(what) + ": " + nl_geterror(error)};
 }
 
 bool IsWanted(rtnl_addr* existing, const StaticConfig& config) {
@@ -56,7 +56,7 @@ bool IsWanted(rtnl_addr* existing, const StaticConfig& config) {
 
 // Deletes every other IPv4 address of the interface, then adds (or renews)
 // the wanted one: deleting a primary address can take its secondaries along.
-std::string ReplaceAddresses(nl_sock* socket, const StaticConfig& config) {
+Result<void> ReplaceAddresses(nl_sock* socket, const StaticConfig& config) {
     nl_cache* rawCache = nullptr;
     int error = rtnl_addr_alloc_cache(socket, &rawCache);
     const Owned<nl_cache> cache(rawCache);
@@ -79,10 +79,10 @@ std::string ReplaceAddresses(nl_sock* socket, const StaticConfig& config) {
     rtnl_addr_set_local(wanted.get(), local.get());
     rtnl_addr_set_prefixlen(wanted.get(), config.prefix());
     error = rtnl_addr_add(socket, wanted.get(), NLM_F_REPLACE);
-    return error == 0 ? "" : Failure("cannot add the address", error);
+    return error == 0 ? Result<void>(Ok{}) : Failure("cannot add the address", error);
 }
 
-std::string SetDefaultRoute(nl_sock* socket, const StaticConfig& config) {
+Result<void> SetDefaultRoute(nl_sock* socket, const StaticConfig& config) {
     const Owned<rtnl_route> route(rtnl_route_alloc());
     const Owned<nl_addr> destination = Ipv4(0, 0);
     const Owned<nl_addr> gateway = Ipv4(config.gateway, 32);
@@ -95,42 +95,42 @@ std::string SetDefaultRoute(nl_sock* socket, const StaticConfig& config) {
     rtnl_route_nh_set_gateway(hop, gateway.get());
     rtnl_route_add_nexthop(route.get(), hop); // the route owns the hop from here
     const int error = rtnl_route_add(socket, route.get(), NLM_F_REPLACE);
-    return error == 0 ? "" : Failure("cannot set the default route", error);
+    return error == 0 ? Result<void>(Ok{}) : Failure("cannot set the default route", error);
 }
 
 } // namespace
 
-ApplyResult ApplyToInterface(const std::string& interfaceName, const Settings& settings) {
+Result<std::string> ApplyToInterface(const std::string& interfaceName, const Settings& settings) {
     if (settings.at("Dhcp") == "true") {
-        return {true, interfaceName + " is left to DHCP"};
+        return interfaceName + " is left to DHCP";
     }
     const StaticConfig config{static_cast<int>(if_nametoindex(interfaceName.c_str())),
                               ParseIpv4(settings.at("IpAddress")).value_or(0),
                               ParseIpv4(settings.at("SubnetMask")).value_or(0),
                               ParseIpv4(settings.at("DefaultGateway")).value_or(0)};
     if (config.ifindex == 0) {
-        return {false, "no interface named " + interfaceName};
+        return Error{"no interface named " + interfaceName};
     }
     const Owned<nl_sock> socket(nl_socket_alloc());
     const int error = socket ? nl_connect(socket.get(), NETLINK_ROUTE) : -NLE_NOMEM;
     if (error != 0) {
-        return {false, Failure("cannot open a netlink socket", error)};
+        return Failure("cannot open a netlink socket", error);
     }
     const std::string target =
         interfaceName + ": " + settings.at("IpAddress") + "/" + std::to_string(config.prefix());
-    std::string problem = ReplaceAddresses(socket.get(), config);
-    if (!problem.empty()) {
-        return {false, target + ": " + problem};
+    if (Result<void> replaced = ReplaceAddresses(socket.get(), config); !replaced) {
+        return Error{target + ": " + replaced.error()};
     }
     const bool gatewayInSubnet = config.gateway != 0 && config.gateway != config.address &&
                                  (config.gateway & config.mask) == (config.address & config.mask);
     if (!gatewayInSubnet) {
-        return {true, target + ", default route unchanged (gateway " +
-                          settings.at("DefaultGateway") + " is outside the subnet)"};
+        return target + ", default route unchanged (gateway " + settings.at("DefaultGateway") +
+               " is outside the subnet)";
     }
-    problem = SetDefaultRoute(socket.get(), config);
-    return problem.empty() ? ApplyResult{true, target + " via " + settings.at("DefaultGateway")}
-                           : ApplyResult{false, target + ": " + problem};
+    if (Result<void> routed = SetDefaultRoute(socket.get(), config); !routed) {
+        return Error{target + ": " + routed.error()};
+    }
+    return target + " via " + settings.at("DefaultGateway");
 }
 
 } // namespace DeviceService

@@ -1,9 +1,10 @@
 // Parsing of the messages that clients send to the device service. Pure: no
-// state, no input or output; every malformed message yields an error text.
+// state, no input or output; every malformed message fails with its reason.
 #ifndef DEVICE_SERVICE_REQUEST_H
 #define DEVICE_SERVICE_REQUEST_H
 
 #include "DeviceState.h"
+#include "Result.h"
 
 #include <string>
 #include <string_view>
@@ -28,17 +29,12 @@ struct RestartRequest {
     std::string type;
 };
 
-struct BadRequest {
-    std::string reason;
-};
-
-using Request =
-    std::variant<BadRequest, RegisterRequest, ConfigRequest, SetConfigRequest, RestartRequest>;
+using Request = std::variant<RegisterRequest, ConfigRequest, SetConfigRequest, RestartRequest>;
 
 // One message body: {"op":"register",...}, {"op":"getConfig",...} or
 // {"op":"command","request":"<command text>"}, whose command text is
 // "SetDeviceConfig" with a "deviceConfig" object or "Restart" with a "type".
-Request ParseRequest(std::string_view body);
+Result<Request> ParseRequest(std::string_view body);
 
 } // namespace DeviceService
 

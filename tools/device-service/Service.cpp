@@ -4,17 +4,17 @@
 #include "InterfaceConfig.h"
 #include "Request.h"
 #include "StateFile.h"
+#include "SystemError.h"
 
 #include <nlohmann/json.hpp>
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <iostream>
 
 namespace DeviceService {
@@ -23,7 +23,18 @@ namespace {
 
 using nlohmann::json;
 
+// At most this many connections are served at once (fewer when the
+// descriptor limit is low); a new one takes the place of the one idle longest.
 constexpr std::size_t kMaxClients = 32;
+// Descriptors left to the service itself beside its clients: the state
+// directory and temporary file, the netlink socket, one more.
+constexpr rlim_t kSpareDescriptors = 4;
+// A connection must complete each request within this time of connecting or
+// of its previous request; one that does not is closed.
+constexpr std::chrono::seconds kRequestTimeout(5);
+// When there is no descriptor (or memory) for a new connection, it stays
+// queued and accepting pauses this long instead of retrying at once.
+constexpr std::chrono::milliseconds kAcceptPause(250);
 constexpr std::size_t kMaxReasonLength = 512;
 
 std::string Accepted(const std::string& reply) {
@@ -41,50 +52,6 @@ std::string Frame(const std::string& body) {
     return Velbor::EncodeFrame(body).value(); // replies are far below the frame limit
 }
 
-bool ToAddress(const std::string& path, sockaddr_un& address) {
-    address = sockaddr_un{};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path) {
-        return false;
-    }
-    std::memcpy(address.sun_path, path.data(), path.size());
-    return true;
-}
-
-// A socket file nobody listens on is left over from an earlier run.
-bool IsStale(const sockaddr_un& address) {
-    const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool live = probe >= 0 && connect(probe, reinterpret_cast<const sockaddr*>(&address),
-                                            sizeof address) == 0;
-    if (probe >= 0) {
-        close(probe);
-    }
-    return !live;
-}
-
-int Listen(const std::string& path, std::string& error) {
-    sockaddr_un address{};
-    if (!ToAddress(path, address)) {
-        error = "socket path too long or empty: " + path;
-        return -1;
-    }
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const auto* raw = reinterpret_cast<const sockaddr*>(&address);
-    bool bound = fd >= 0 && bind(fd, raw, sizeof address) == 0;
-    if (fd >= 0 && !bound && errno == EADDRINUSE && IsStale(address)) {
-        unlink(path.c_str());
-        bound = bind(fd, raw, sizeof address) == 0;
-    }
-    if (!bound || listen(fd, 16) != 0) {
-        error = "cannot listen on " + path + ": " + std::strerror(errno);
-        if (fd >= 0) {
-            close(fd);
-        }
-        return -1;
-    }
-    return fd;
-}
-
 std::string Describe(const Settings& settings) {
     std::string text;
     for (const auto& [key, value] : settings) {
@@ -93,74 +60,102 @@ std::string Describe(const Settings& settings) {
     return text;
 }
 
-} // namespace
-
-void Log(const std::string& line) {
-    std::cerr << "velbor-device-service: " << line << std::endl;
+// As many clients as the descriptor limit leaves room for beside the
+// descriptors up to `highestFd` and the spare ones.
+std::size_t ClientCapacity(int highestFd) {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
+        return kMaxClients;
+    }
+    const rlim_t used = static_cast<rlim_t>(highestFd) + 1 + kSpareDescriptors;
+    return limit.rlim_cur > used ? std::min<rlim_t>(limit.rlim_cur - used, kMaxClients) : 0;
 }
 
-// Applies a static configuration to the named interface, when one is named.
-static void ApplySettings(const std::string& interfaceName, const Settings& settings) {
+// Applies the settings to the named interface, when one is named.
+void ApplySettings(const std::string& interfaceName, const Settings& settings) {
     if (interfaceName.empty()) {
         return;
     }
-    const ApplyResult result = ApplyToInterface(interfaceName, settings);
-    Log((result.ok ? "applied " : "could not apply the settings to ") + result.message);
+    const Result<std::string> applied = ApplyToInterface(interfaceName, settings);
+    Log(applied ? "applied " + *applied : "could not apply the settings to " + applied.error());
 }
 
-std::unique_ptr<Service> Service::Create(const Options& options, std::string& error) {
-    std::optional<DeviceState> state = LoadState(options.statePath, error);
+} // namespace
+
+void Log(const std::string& line) {
+    std::string text;
+    for (const char c : line) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F || byte == '\\') {
+            char escape[5];
+            std::snprintf(escape, sizeof escape, "\\x%02X", byte);
+            text += escape;
+        } else {
+            text += c;
+        }
+    }
+    std::cerr << "velbor-device-service: " << text << std::endl;
+}
+
+Result<std::unique_ptr<Service>> Service::Create(const Options& options) {
+    Result<DeviceState> state = LoadState(options.statePath);
     if (!state) {
-        return nullptr;
+        return Error{state.error()};
     }
     // The interface is configured before the socket accepts anyone, so a client
     // that reaches the service already finds the settings applied.
     ApplySettings(options.interfaceName, state->settings);
-    const int listenFd = Listen(options.socketPath, error);
-    if (listenFd < 0) {
-        return nullptr;
+    Result<std::unique_ptr<ListeningSocket>> socket =
+        ListeningSocket::Open(options.socketPath, options.socketGroup);
+    if (!socket) {
+        return Error{socket.error()};
     }
-    return std::unique_ptr<Service>(new Service(options, *state, listenFd));
+    std::unique_ptr<Service> service(new Service(options, std::move(*state), std::move(*socket)));
+    if (service->m_capacity == 0) {
+        return Error{"the descriptor limit leaves no room for clients"};
+    }
+    return {std::move(service)};
 }
 
-Service::Service(const Options& options, DeviceState state, int listenFd)
-    : m_options(options), m_state(std::move(state)), m_listenFd(listenFd) {
+Service::Service(const Options& options, DeviceState state, std::unique_ptr<ListeningSocket> socket)
+    : m_options(options),
+      m_state(std::move(state)),
+      m_socket(std::move(socket)),
+      m_capacity(ClientCapacity(m_socket->Descriptor())) {
 }
 
 Service::~Service() {
     for (const Client& client : m_clients) {
         close(client.fd);
     }
-    close(m_listenFd);
-    unlink(m_options.socketPath.c_str());
 }
 
 void Service::Run(int stopFd) {
     Log("listening on " + m_options.socketPath);
     for (;;) {
-        std::vector<pollfd> polled{{stopFd, POLLIN, 0}, {m_listenFd, POLLIN, 0}};
+        const bool accepting = Clock::now() >= m_acceptResumes;
+        std::vector<pollfd> polled{{stopFd, POLLIN, 0},
+                                   {accepting ? m_socket->Descriptor() : -1, POLLIN, 0}};
         for (const Client& client : m_clients) {
             // A client with replies pending is not read until it takes them.
             const short events = client.output.empty() ? POLLIN : POLLOUT;
             polled.push_back({client.fd, events, 0});
         }
-        if (poll(polled.data(), polled.size(), -1) < 0) {
+        if (poll(polled.data(), polled.size(), PollTimeout(Clock::now())) < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            Log(std::string("poll failed: ") + std::strerror(errno));
+            Log(SystemError("poll failed").message);
             return;
         }
         if (polled[0].revents != 0) {
             return;
         }
+        const Clock::time_point now = Clock::now();
         std::vector<Client> kept;
         for (std::size_t i = 0; i < m_clients.size(); ++i) {
-            const short events = polled[i + 2].revents;
             Client& client = m_clients[i];
-            const bool keep =
-                events == 0 || ((events & POLLOUT) != 0 ? Flush(client) : Receive(client));
-            if (keep) {
+            if (Serve(client, polled[i + 2].revents, now)) {
                 kept.push_back(std::move(client));
             } else {
                 close(client.fd);
@@ -173,17 +168,68 @@ void Service::Run(int stopFd) {
     }
 }
 
+// Until the earliest client deadline or the end of a pause in accepting; -1
+// (no limit) when there is neither.
+int Service::PollTimeout(Clock::time_point now) const {
+    Clock::time_point wake = now < m_acceptResumes ? m_acceptResumes : Clock::time_point::max();
+    for (const Client& client : m_clients) {
+        wake = std::min(wake, client.deadline);
+    }
+    if (wake == Clock::time_point::max()) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(wake - now).count();
+    return static_cast<int>(std::max<decltype(left)>(left, 0));
+}
+
+// Reads or writes what the client is ready for; false when the connection is
+// to be closed, also when its time for a request is up.
+bool Service::Serve(Client& client, short events, Clock::time_point now) {
+    if (events != 0 && !((events & POLLOUT) != 0 ? Flush(client) : Receive(client))) {
+        return false;
+    }
+    if (now < client.deadline) {
+        return true;
+    }
+    Log("closed a connection that completed no request within " +
+        std::to_string(kRequestTimeout.count()) + " s");
+    return false;
+}
+
 void Service::AcceptClient() {
-    const int fd = accept4(m_listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const int fd = accept4(m_socket->Descriptor(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
+        if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+            if (!m_acceptFailing) {
+                Log(SystemError("cannot accept connections").message + "; trying again every " +
+                    std::to_string(kAcceptPause.count()) + " ms");
+            }
+            m_acceptFailing = true;
+            m_acceptResumes = Clock::now() + kAcceptPause;
+        }
         return;
     }
-    if (m_clients.size() >= kMaxClients) {
-        Log("too many clients, connection refused");
+    m_acceptFailing = false;
+    if (Result<void> allowed = m_socket->CheckPeer(fd); !allowed) {
+        Log("refused a connection: " + allowed.error());
         close(fd);
         return;
     }
-    m_clients.push_back(Client{fd, {}, {}, {}, false});
+    MakeRoom();
+    m_clients.push_back(Client{fd, Clock::now() + kRequestTimeout, {}, {}, {}, false});
+}
+
+// With every place taken, closes the connection idle longest.
+void Service::MakeRoom() {
+    if (m_clients.size() < m_capacity) {
+        return;
+    }
+    const auto oldest =
+        std::min_element(m_clients.begin(), m_clients.end(),
+                         [](const Client& a, const Client& b) { return a.deadline < b.deadline; });
+    Log("too many clients; closed the connection idle longest");
+    close(oldest->fd);
+    m_clients.erase(oldest);
 }
 
 // Reads what the client sent and answers every whole message in it; false
@@ -205,6 +251,7 @@ bool Service::Receive(Client& client) {
     Velbor::FrameStatus status;
     while ((status = Velbor::TakeFrame(client.input, body)) == Velbor::FrameStatus::Complete) {
         client.output += Frame(Handle(client, body));
+        client.deadline = Clock::now() + kRequestTimeout;
     }
     if (status == Velbor::FrameStatus::TooLarge) {
         Log("message over " + std::to_string(Velbor::kMaxFrameBody) + " bytes; closing connection");
@@ -226,12 +273,12 @@ bool Service::Flush(Client& client) {
 }
 
 std::string Service::Handle(Client& client, const std::string& body) {
-    const Request request = ParseRequest(body);
-    if (const auto* bad = std::get_if<BadRequest>(&request)) {
-        Log("refused a request: " + bad->reason.substr(0, kMaxReasonLength));
-        return Refused(bad->reason);
+    const Result<Request> request = ParseRequest(body);
+    if (!request) {
+        Log("refused a request: " + request.error().substr(0, kMaxReasonLength));
+        return Refused(request.error());
     }
-    if (const auto* registration = std::get_if<RegisterRequest>(&request)) {
+    if (const auto* registration = std::get_if<RegisterRequest>(&*request)) {
         client.application = registration->name;
         Log("registered " + registration->name + " (" + registration->type + ", " +
             registration->protocol + ")");
@@ -240,19 +287,19 @@ std::string Service::Handle(Client& client, const std::string& body) {
     if (client.application.empty()) {
         return Refused("not registered: register the application first");
     }
-    if (std::holds_alternative<ConfigRequest>(request)) {
+    if (std::holds_alternative<ConfigRequest>(*request)) {
         return Accepted(ConfigText(m_state));
     }
     DeviceState next = m_state;
-    if (const auto* change = std::get_if<SetConfigRequest>(&request)) {
+    if (const auto* change = std::get_if<SetConfigRequest>(&*request)) {
         for (const auto& [key, value] : change->settings) {
             next.settings[key] = value;
         }
         return Change(client, next, "SetDeviceConfig " + Describe(change->settings), true);
     }
-    ++next.restartCount;
+    CountRestart(next);
     return Change(client, next,
-                  "Restart (type \"" + std::get<RestartRequest>(request).type +
+                  "Restart (type \"" + std::get<RestartRequest>(*request).type +
                       "\", restart count " + std::to_string(next.restartCount) + ")",
                   false);
 }
@@ -261,21 +308,16 @@ std::string Service::Handle(Client& client, const std::string& body) {
 // the interface when `apply` is set; nothing changes when it cannot be saved.
 std::string Service::Change(const Client& client, DeviceState next, const std::string& what,
                             bool apply) {
-    std::string error;
-    if (!SaveState(m_options.statePath, next, error)) {
-        Log(what + " from " + client.application + " not saved: " + error);
-        return Refused("state not saved: " + error);
+    if (Result<void> saved = SaveState(m_options.statePath, next); !saved) {
+        Log(what + " from " + client.application + " not saved: " + saved.error());
+        return Refused("state not saved: " + saved.error());
     }
     m_state = std::move(next);
     Log(what + " from " + client.application);
     if (apply) {
-        ApplyToInterface();
+        ApplySettings(m_options.interfaceName, m_state.settings);
     }
     return Accepted(R"({"result":"ok"})");
-}
-
-void Service::ApplyToInterface() {
-    ApplySettings(m_options.interfaceName, m_state.settings);
 }
 
 } // namespace DeviceService

@@ -5,7 +5,10 @@
 #define DEVICE_SERVICE_SERVICE_H
 
 #include "DeviceState.h"
+#include "ListeningSocket.h"
+#include "Result.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,17 +17,20 @@ namespace DeviceService {
 
 struct Options {
     std::string socketPath = "/run/velbor-device-stack.sock";
+    std::string socketGroup; // empty: only root and the service's user
     std::string statePath = "/var/lib/velbor-device-service/state.json";
     std::string interfaceName; // empty: no interface is configured
 };
 
-// One line on stderr, prefixed with the program's name.
+// One line on stderr, prefixed with the program's name. Control characters
+// and backslashes are written as \xNN, so that no text (clients' included)
+// can end the line or fake another.
 void Log(const std::string& line);
 
 class Service {
 public:
-    // Loads the state and starts listening; null (with `error` set) on failure.
-    static std::unique_ptr<Service> Create(const Options& options, std::string& error);
+    // Loads the state and starts listening.
+    static Result<std::unique_ptr<Service>> Create(const Options& options);
     // Closes every connection and removes the socket file.
     ~Service();
     Service(const Service&) = delete;
@@ -34,25 +40,33 @@ public:
     void Run(int stopFd);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     struct Client {
         int fd;
+        Clock::time_point deadline; // for its next request to be complete
         std::string input;
         std::string output;
         std::string application; // empty until registered
         bool closing = false;    // close once `output` is sent
     };
 
-    Service(const Options& options, DeviceState state, int listenFd);
+    Service(const Options& options, DeviceState state, std::unique_ptr<ListeningSocket> socket);
+    int PollTimeout(Clock::time_point now) const;
+    bool Serve(Client& client, short events, Clock::time_point now);
     void AcceptClient();
+    void MakeRoom();
     bool Receive(Client& client);
     bool Flush(Client& client);
     std::string Handle(Client& client, const std::string& body);
     std::string Change(const Client& client, DeviceState next, const std::string& what, bool apply);
-    void ApplyToInterface();
 
     Options m_options;
     DeviceState m_state;
-    int m_listenFd;
+    std::unique_ptr<ListeningSocket> m_socket;
+    std::size_t m_capacity;
+    Clock::time_point m_acceptResumes; // accepting pauses until then
+    bool m_acceptFailing = false;
     std::vector<Client> m_clients;
 };
 

@@ -5,19 +5,20 @@
 #define DEVICE_SERVICE_STATE_FILE_H
 
 #include "DeviceState.h"
+#include "Result.h"
 
-#include <optional>
 #include <string>
 
 namespace DeviceService {
 
-// The state in `path`, the default state when the file does not exist, or
-// nothing (with `error` set) when it cannot be read or is not a valid state.
-std::optional<DeviceState> LoadState(const std::string& path, std::string& error);
+// The state in `path`, or the default state when the file does not exist;
+// fails when it cannot be read or is not a valid state.
+Result<DeviceState> LoadState(const std::string& path);
 
 // Writes a temporary file beside `path`, syncs it, renames it over `path` and
-// syncs the directory. On failure `path` is untouched and `error` says why.
-bool SaveState(const std::string& path, const DeviceState& state, std::string& error);
+// syncs the directory, creating missing directories (mode 0755). On failure
+// `path` is untouched.
+Result<void> SaveState(const std::string& path, const DeviceState& state);
 
 } // namespace DeviceService
 

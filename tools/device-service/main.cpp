@@ -12,35 +12,56 @@
 namespace {
 
 const char* const kUsage =
-    "usage: velbor-device-service [--socket PATH] [--state FILE] [--apply-to IFACE]\n"
-    "  --socket PATH     Unix domain socket to listen on (default /run/velbor-device-stack.sock)\n"
-    "  --state FILE      JSON file that keeps the device's settings\n"
-    "                    (default /var/lib/velbor-device-service/state.json)\n"
-    "  --apply-to IFACE  apply static settings to this network interface\n";
+    "usage: velbor-device-service [--socket PATH] [--socket-group GROUP] [--state FILE]\n"
+    "                             [--apply-to IFACE]\n"
+    "  --socket PATH        Unix domain socket to listen on, mode 0600\n"
+    "                       (default /run/velbor-device-stack.sock)\n"
+    "  --socket-group GROUP also let this group's members use the socket (mode 0660)\n"
+    "  --state FILE         JSON file that keeps the device's settings\n"
+    "                       (default /var/lib/velbor-device-service/state.json)\n"
+    "  --apply-to IFACE     apply static settings to this network interface\n"
+    "  --help               show this text\n";
 
-bool ParseOptions(int argc, char** argv, DeviceService::Options& options) {
+struct CommandLine {
+    DeviceService::Options options;
+    bool help = false;
+};
+
+// Fails on an unknown option (getopt reports it) or a stray argument.
+Result<CommandLine> ParseCommandLine(int argc, char** argv) {
     const option longOptions[] = {{"socket", required_argument, nullptr, 's'},
+                                  {"socket-group", required_argument, nullptr, 'g'},
                                   {"state", required_argument, nullptr, 't'},
                                   {"apply-to", required_argument, nullptr, 'a'},
                                   {"help", no_argument, nullptr, 'h'},
                                   {nullptr, 0, nullptr, 0}};
+    CommandLine line;
     int option;
     while ((option = getopt_long(argc, argv, "", longOptions, nullptr)) != -1) {
         switch (option) {
             case 's':
-                options.socketPath = optarg;
+                line.options.socketPath = optarg;
+                break;
+            case 'g':
+                line.options.socketGroup = optarg;
                 break;
             case 't':
-                options.statePath = optarg;
+                line.options.statePath = optarg;
                 break;
             case 'a':
-                options.interfaceName = optarg;
+                line.options.interfaceName = optarg;
+                break;
+            case 'h':
+                line.help = true;
                 break;
             default:
-                return false;
+                return Error{""};
         }
     }
-    return optind == argc;
+    if (optind != argc) {
+        return Error{std::string("unexpected argument ") + argv[optind]};
+    }
+    return line;
 }
 
 // SIGTERM and SIGINT arrive as a readable descriptor, so that the service
@@ -57,21 +78,27 @@ int StopSignals() {
 } // namespace
 
 int main(int argc, char** argv) {
-    DeviceService::Options options;
-    if (!ParseOptions(argc, argv, options)) {
-        std::cerr << kUsage;
-        return 2;
+    const Result<CommandLine> line = ParseCommandLine(argc, argv);
+    if (!line || line->help) {
+        if (!line && !line.error().empty()) {
+            DeviceService::Log(line.error());
+        }
+        (line ? std::cout : std::cerr) << kUsage;
+        return line ? 0 : 2;
     }
     const int stopFd = StopSignals();
-    std::string error;
-    std::unique_ptr<DeviceService::Service> service =
-        stopFd >= 0 ? DeviceService::Service::Create(options, error) : nullptr;
-    if (!service) {
-        DeviceService::Log(stopFd >= 0 ? error : "cannot watch for stop signals");
+    if (stopFd < 0) {
+        DeviceService::Log("cannot watch for stop signals");
         return 1;
     }
-    service->Run(stopFd);
-    service.reset();
+    Result<std::unique_ptr<DeviceService::Service>> service =
+        DeviceService::Service::Create(line->options);
+    if (!service) {
+        DeviceService::Log(service.error());
+        return 1;
+    }
+    (*service)->Run(stopFd);
+    service->reset();
     close(stopFd);
     DeviceService::Log("stopped");
     return 0;

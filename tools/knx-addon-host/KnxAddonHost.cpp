@@ -1,9 +1,12 @@
 // knx-addon-host: loads a KNX stack add-on by path, starts it with its own add-on
 // manager, creates and configures both service objects through the registered
-// factories and runs commands on them from a script or from standard input.
+// factories and runs commands on them from a script or from standard input, or
+// serves the IP configuration manager over KNXnet/IP (ServerMode.h).
 #include "Addon.h"
 #include "Commands.h"
+#include "DeviceIdentity.h"
 #include "Result.h"
+#include "ServerMode.h"
 #include "ServiceSocket.h"
 
 #include <fcntl.h>
@@ -27,13 +30,21 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace {
 
 const char* const kProgram = "knx-addon-host";
 
-enum ExitCode { kOk = 0, kBadInput = 1, kUsage = 2, kAddonFailed = 3, kOutputFailed = 4 };
+enum ExitCode {
+    kOk = 0,
+    kBadInput = 1,
+    kUsage = 2,
+    kAddonFailed = 3,
+    kOutputFailed = 4,
+    kServerFailed = 5
+};
 
 // Reports a failure on standard error and gives its exit code.
 int Fail(ExitCode code, const std::string& message) {
@@ -61,7 +72,8 @@ void OpenClosedStandardDescriptors() {
 
 struct Options {
     std::string addon = KNX_ADDON_HOST_DEFAULT_ADDON;
-    std::string config, script, logConfig, logLevel;
+    std::string config, script, knxnetip, logConfig, logLevel;
+    std::optional<KnxNetIp::Endpoint> serverEndpoint; // from --knxnetip
     bool help = false;
 };
 
@@ -69,19 +81,22 @@ void PrintUsage(std::ostream& out) {
     out << "usage: " << kProgram
         << " [-h|--help] [--addon PATH] [--config FILE] [--script FILE] [--log-config FILE]"
            " [--log-level TRACE|DEBUG|INFO|WARN|ERROR|FATAL|OFF]\n"
+           "       "
+        << kProgram
+        << " [--addon PATH] [--config FILE] --knxnetip ADDRESS[:PORT] [--log-...]\n"
            "  --addon defaults to "
         << KNX_ADDON_HOST_DEFAULT_ADDON
-        << "\n  without --script, commands are read from standard input:\n";
+        << "\n  --knxnetip serves KNXnet/IP on UDP ADDRESS:PORT (port 3671 by default)"
+           " until SIGTERM or SIGINT\n"
+           "  without --script, commands are read from standard input:\n";
     PrintCommands(out);
 }
 
 Result<Options> ParseOptions(int argc, char** argv) {
     const std::map<std::string, std::string Options::*> valueOptions = {
-        {"--addon", &Options::addon},
-        {"--config", &Options::config},
-        {"--script", &Options::script},
-        {"--log-config", &Options::logConfig},
-        {"--log-level", &Options::logLevel}};
+        {"--addon", &Options::addon},          {"--config", &Options::config},
+        {"--script", &Options::script},        {"--knxnetip", &Options::knxnetip},
+        {"--log-config", &Options::logConfig}, {"--log-level", &Options::logLevel}};
     Options options;
     for (int i = 1; i < argc; ++i) {
         const std::string name = argv[i];
@@ -92,6 +107,15 @@ Result<Options> ParseOptions(int argc, char** argv) {
             options.*(target->second) = argv[++i];
         } else {
             return Error{"bad argument " + name + ", see --help"};
+        }
+    }
+    if (!options.knxnetip.empty()) {
+        options.serverEndpoint = KnxNetIp::ParseEndpoint(options.knxnetip);
+        if (!options.serverEndpoint) {
+            return Error{"bad --knxnetip " + options.knxnetip + ", expected ADDRESS[:PORT]"};
+        }
+        if (!options.script.empty()) {
+            return Error{"--knxnetip and --script exclude each other, see --help"};
         }
     }
     return options;
@@ -140,6 +164,7 @@ Result<void> ConfigureLogging(const std::string& configFile, const std::string& 
 struct Properties {
     ConfigPropertyMap ipConfig;
     ConfigPropertyMap factoryReset;
+    KnxNetIp::DeviceIdentity identity;
 };
 
 std::string Trim(const std::string& text) {
@@ -149,11 +174,16 @@ std::string Trim(const std::string& text) {
                : text.substr(first, text.find_last_not_of(" \t\r") + 1 - first);
 }
 
-// Reads "ipconfig.KEY=VALUE" and "factoryreset.KEY=VALUE" lines; '#' starts a comment line.
+// Reads "ipconfig.KEY=VALUE", "factoryreset.KEY=VALUE" and "knx.KEY=VALUE" lines;
+// '#' starts a comment line. The knx. keys, prefix and all, make the device
+// identity served over KNXnet/IP; a bad one is reported at its line.
 Result<Properties> ParseProperties(std::istream& in, const std::string& path) {
     Properties properties;
+    ConfigPropertyMap knx;
     const std::pair<std::string, ConfigPropertyMap*> targets[] = {
-        {"ipconfig.", &properties.ipConfig}, {"factoryreset.", &properties.factoryReset}};
+        {"ipconfig.", &properties.ipConfig},
+        {"factoryreset.", &properties.factoryReset},
+        {"knx.", &knx}};
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
         const std::string text = Trim(line);
@@ -161,16 +191,24 @@ Result<Properties> ParseProperties(std::istream& in, const std::string& path) {
         if (text.empty() || text[0] == '#') {
             continue;
         }
+        const std::string where = path + ":" + std::to_string(number) + ": ";
         const auto target =
             std::find_if(std::begin(targets), std::end(targets), [&](const auto& t) {
                 return text.compare(0, t.first.size(), t.first) == 0 && equals != std::string::npos;
             });
         if (target == std::end(targets)) {
-            return Error{path + ":" + std::to_string(number) +
-                         ": expected ipconfig.KEY=VALUE or factoryreset.KEY=VALUE"};
+            return Error{where +
+                         "expected ipconfig.KEY=VALUE, factoryreset.KEY=VALUE or knx.KEY=VALUE"};
         }
-        const std::string key = text.substr(target->first.size(), equals - target->first.size());
-        (*target->second)[Trim(key)] = Trim(text.substr(equals + 1));
+        const std::size_t start = target->second == &knx ? 0 : target->first.size();
+        (*target->second)[Trim(text.substr(start, equals - start))] = Trim(text.substr(equals + 1));
+        if (target->second == &knx) {
+            Result<KnxNetIp::DeviceIdentity> identity = KnxNetIp::ParseDeviceIdentity(knx);
+            if (!identity) {
+                return Error{where + identity.error()};
+            }
+            properties.identity = *identity;
+        }
     }
     return properties;
 }
@@ -302,9 +340,23 @@ int Run(int argc, char** argv) {
         }
         script = std::move(*opened);
     }
+    // Server mode holds SIGTERM and SIGINT back from before the add-on starts.
+    std::optional<StopSignals> stop;
+    if (options->serverEndpoint) {
+        Result<StopSignals> blocked = StopSignals::Block();
+        if (!blocked) {
+            return Fail(kServerFailed, blocked.error());
+        }
+        stop.emplace(std::move(*blocked));
+    }
     Result<Session> session = StartSession(options->addon, properties);
     if (!session) {
         return Fail(kAddonFailed, session.error());
+    }
+    if (stop) {
+        const Result<void> served = ServeKnxNetIp(*session->ipConfig, properties.identity,
+                                                  *options->serverEndpoint, *stop, std::cout);
+        return served ? kOk : Fail(std::cout ? kServerFailed : kOutputFailed, served.error());
     }
     if (options->script.empty()) {
         return RunCommands(*session, std::cin, "<stdin>", isatty(STDIN_FILENO) != 0);

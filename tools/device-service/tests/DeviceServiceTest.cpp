@@ -1,64 +1,55 @@
-// The device-stack client library against the service binary, run as a child
-// process on a temporary socket and state file.
-#include "Framing.h"
+// The service binary run as a child process on a temporary socket and state
+// file, reached through the client library and through raw connections.
+#include "SocketTesting.h"
+#include "StateFile.h"
 #include "VelborDeviceStackClient.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
+#include <grp.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <limits>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
-extern char** environ;
-
 namespace {
 
+namespace fs = std::filesystem;
 using nlohmann::json;
-using Clock = std::chrono::steady_clock;
 
-const char* const kDefaultConfig =
-    R"({"Dhcp":"false","IpAddress":"192.168.1.20","SubnetMask":"255.255.255.0",)"
-    R"("DefaultGateway":"192.168.1.1","NameServer":"192.168.1.1","NameServer2":"8.8.8.8"})";
+const char* const kRestart = R"({"command":"Restart", "type":"FactoryReset"})";
+// A registration whose name tries to end its log line and fake another.
+const char* const kRegistration = R"({"op":"register","name":"A\nvelbor-device-service: )"
+                                  R"(forged","type":"field","protocol":"KNX"})";
+const char* const kRegistered = R"({"ok":true,"reply":""})";
 
 std::string SetConfig(const std::string& config) {
     return R"({ "command" : "SetDeviceConfig", "ipc" : "true", "deviceConfig" : { )" + config +
            " } }";
 }
 
+// The command's standard output.
 std::string Shell(const std::string& command) {
     std::string output;
     FILE* pipe = popen(command.c_str(), "r");
-    for (char buffer[256]; pipe != nullptr && fgets(buffer, sizeof buffer, pipe) != nullptr;) {
-        output += buffer;
+    for (int c; (c = fgetc(pipe)) != EOF;) {
+        output += static_cast<char>(c);
     }
-    if (pipe != nullptr) {
-        pclose(pipe);
-    }
+    pclose(pipe);
     return output;
 }
 
-int Listener(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(fd, 4), 0);
-    return fd;
+std::string FileBytes(const std::string& path) {
+    return Shell("cat " + path + " 2>/dev/null");
 }
 
 class DeviceServiceTest : public testing::Test {
@@ -67,39 +58,37 @@ protected:
         char pattern[] = "/tmp/device-service-XXXXXX";
         m_dir = mkdtemp(pattern);
         m_socket = m_dir + "/service.sock";
-        m_state = m_dir + "/state.json";
+        m_state = m_dir + "/state/state.json";
     }
 
     void TearDown() override {
         if (m_pid > 0) {
             Stop(SIGKILL);
         }
-        unsetenv("VELBOR_DEVICE_STACK_SOCKET");
-        std::filesystem::remove_all(m_dir);
+        fs::remove_all(m_dir);
     }
 
-    // Runs the service (under `prefix`, a command that executes its arguments)
-    // with `options` and waits until it answers.
+    // Runs the service (through `prefix`, a command that executes the rest)
+    // with `options`, its log going to Log(), and waits until it answers.
     void Start(std::vector<std::string> prefix = {}, std::vector<std::string> options = {}) {
-        std::vector<std::string> arguments = prefix;
-        for (const char* argument :
-             {DEVICE_SERVICE_PATH, "--socket", m_socket.c_str(), "--state", m_state.c_str()}) {
-            arguments.emplace_back(argument);
-        }
-        arguments.insert(arguments.end(), options.begin(), options.end());
+        prefix.insert(prefix.end(),
+                      {DEVICE_SERVICE_PATH, "--socket", m_socket, "--state", m_state});
+        prefix.insert(prefix.end(), options.begin(), options.end());
         std::vector<char*> argv;
-        for (std::string& argument : arguments) {
+        for (std::string& argument : prefix) {
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
-        if (posix_spawnp(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
-            throw std::runtime_error("cannot spawn " + arguments.front());
+        if ((m_pid = fork()) == 0) {
+            dup2(open((m_dir + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644), 2);
+            execvp(argv[0], argv.data());
+            _exit(127);
         }
         for (int i = 0; i < 400 && !Velbor::CreateDeviceStackClient(m_socket); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(25));
         }
         if (!Velbor::CreateDeviceStackClient(m_socket)) {
-            throw std::runtime_error("service did not start");
+            throw std::runtime_error("service did not start: " + Log());
         }
     }
 
@@ -112,183 +101,198 @@ protected:
         return status;
     }
 
-    std::unique_ptr<Velbor::IDeviceStackClient> Registered() {
-        std::unique_ptr<Velbor::IDeviceStackClient> client =
-            Velbor::CreateDeviceStackClient(m_socket);
+    std::string Log() const { return FileBytes(m_dir + "/log"); }
+
+    std::unique_ptr<Velbor::IDeviceStackClient> Registered() const {
+        auto client = Velbor::CreateDeviceStackClient(m_socket);
         if (!client || !client->RegisterApplication("Test", "field", "KNX")) {
             throw std::runtime_error("cannot register with the service");
         }
         return client;
     }
 
-    std::string StateBytes() const {
-        std::ifstream file(m_state, std::ios::binary);
-        std::ostringstream bytes;
-        bytes << file.rdbuf();
-        return file ? bytes.str() : "<missing>";
-    }
-
-    // A raw connection that sends `bytes`; the service's reply, or "<closed>".
-    std::string RawExchange(int fd, const std::string& bytes) const {
-        send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        std::string received;
-        std::string body;
-        char chunk[512];
-        while (Velbor::TakeFrame(received, body) != Velbor::FrameStatus::Complete) {
-            const ssize_t n = recv(fd, chunk, sizeof chunk, 0);
-            if (n <= 0) {
-                return "<closed>";
-            }
-            received.append(chunk, static_cast<std::size_t>(n));
+    // Whether a process with nothing but `uid` and `gid` can register.
+    bool RegistersAs(uid_t uid, gid_t gid) const {
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(setgroups(0, nullptr) == 0 && setgid(gid) == 0 && setuid(uid) == 0 &&
+                          Exchange(Open(m_socket, false), Frame(kRegistration)) == kRegistered
+                      ? 0
+                      : 1);
         }
-        return body;
-    }
-
-    int RawConnect() const {
-        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, m_socket.c_str(), sizeof address.sun_path - 1);
-        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        return fd;
+        int status = 1;
+        waitpid(child, &status, 0);
+        return status == 0;
     }
 
     std::string m_dir, m_socket, m_state;
     pid_t m_pid = 0;
 };
 
-TEST_F(DeviceServiceTest, ReadsChangesCountsRestartsAndKeepsStateAcrossRestarts) {
+TEST_F(DeviceServiceTest, KeepsItsStateAcrossRestartsAndRefusalsChangeNothing) {
     Start();
     auto client = Registered();
     std::string config, reply;
     ASSERT_TRUE(client->GetDeviceConfig(config, 1));
-    EXPECT_EQ(config, kDefaultConfig);
-    EXPECT_EQ(StateBytes(), "<missing>");
+    EXPECT_EQ(config, R"({"Dhcp":"false","IpAddress":"192.168.1.20","SubnetMask":)"
+                      R"("255.255.255.0","DefaultGateway":"192.168.1.1","NameServer":)"
+                      R"("192.168.1.1","NameServer2":"8.8.8.8"})");
     EXPECT_TRUE(client->RequestCommand(SetConfig(R"("Dhcp" : "true", "NameServer2" : "0.0.0.0")"),
                                        reply, 360));
-    EXPECT_TRUE(
-        client->RequestCommand(R"({"command":"Restart", "type":"FactoryReset"})", reply, 360));
-    const json saved = json::parse(StateBytes());
-    EXPECT_EQ(saved["settings"]["Dhcp"], "true");
-    EXPECT_EQ(saved["settings"]["IpAddress"], "192.168.1.20");
-    EXPECT_EQ(saved["restartCount"], 1);
+    EXPECT_TRUE(client->RequestCommand(kRestart, reply, 360));
+    const std::string saved = FileBytes(m_state);
+    EXPECT_FALSE(
+        client->RequestCommand(SetConfig(R"("Dhcp" : "0", "IpAddress" : "10.0.0.1")"), reply, 360));
+    EXPECT_EQ(reply, R"(Dhcp must be "true" or "false")");
+    EXPECT_EQ(FileBytes(m_state), saved);
+    EXPECT_EQ(json::parse(saved)["restartCount"], 1);
 
     client.reset();
-    const int status = Stop();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_FALSE(std::filesystem::exists(m_socket));
+    EXPECT_EQ(Stop(), 0);
+    EXPECT_FALSE(fs::exists(m_socket));
     Start();
     ASSERT_TRUE(Registered()->GetDeviceConfig(config, 1));
     EXPECT_EQ(config, R"({"Dhcp":"true","IpAddress":"192.168.1.20","SubnetMask":"255.255.255.0",)"
                       R"("DefaultGateway":"192.168.1.1","NameServer":"192.168.1.1",)"
                       R"("NameServer2":"0.0.0.0"})");
+
+    // The restart count stops at its largest value; a crash leaves a stale
+    // socket, which the next start replaces.
+    DeviceService::DeviceState state = *DeviceService::LoadState(m_state);
+    state.restartCount = std::numeric_limits<std::uint64_t>::max();
+    ASSERT_TRUE(DeviceService::SaveState(m_state, state));
+    Stop(SIGKILL);
+    Start();
+    ASSERT_TRUE(Registered()->RequestCommand(kRestart, reply, 360));
+    EXPECT_EQ(*DeviceService::LoadState(m_state), state);
 }
 
-TEST_F(DeviceServiceTest, RefusedCommandsLeaveTheStateFileAsItWas) {
+TEST_F(DeviceServiceTest, AnswersProtocolErrorsClosesOnOversizedMessagesLogsOneLineEach) {
     Start();
-    auto client = Registered();
-    std::string reply, config;
-    ASSERT_TRUE(client->RequestCommand(SetConfig(R"("IpAddress" : "10.0.0.5")"), reply, 360));
-    const std::string before = StateBytes();
-    for (const std::string& command :
-         {std::string(R"({ "command" : )"), std::string(R"({"command":"Reboot"})"),
-          SetConfig(R"("Dhcp" : "false", "IpAddress" : "10.0.0.256")"),
-          SetConfig(R"("Hostname" : "knx")"),
-          std::string(R"({"command":"Restart", "type":"a"b"})")}) {
-        EXPECT_FALSE(client->RequestCommand(command, reply, 360)) << command;
-        EXPECT_FALSE(reply.empty()) << command;
-        EXPECT_EQ(StateBytes(), before) << command;
-    }
-    ASSERT_TRUE(client->GetDeviceConfig(config, 1));
-    EXPECT_NE(config.find(R"("IpAddress":"10.0.0.5")"), std::string::npos);
-}
-
-TEST_F(DeviceServiceTest, AnswersProtocolErrorsAndClosesOnlyOnOversizedMessages) {
-    Start();
-    const std::string registration =
-        *Velbor::EncodeFrame(R"({"op":"register","name":"Raw","type":"field","protocol":"KNX"})");
     const struct {
         std::string bytes;
         bool closes;
     } cases[] = {
-        {*Velbor::EncodeFrame("not json"), false},
-        {*Velbor::EncodeFrame(R"({"op":"launch"})"), false},
-        {*Velbor::EncodeFrame(R"({"op":"getConfig","flags":1})"), false}, // not registered
+        {Frame("not json"), false},
+        {Frame(R"({"op":"launch"})"), false},
+        {Frame(R"({"op":"getConfig","flags":1})"), false}, // not registered
         {std::string("\x00\x01\x00\x01", 4) + std::string(100, 'x'), true},
     };
     for (const auto& test : cases) {
-        const int fd = RawConnect();
-        const json reply = json::parse(RawExchange(fd, test.bytes));
+        const int fd = Open(m_socket, false);
+        const json reply = json::parse(Exchange(fd, test.bytes));
         EXPECT_EQ(reply["ok"], false);
         EXPECT_FALSE(reply["error"].get<std::string>().empty());
-        EXPECT_EQ(RawExchange(fd, registration),
-                  test.closes ? "<closed>" : R"({"ok":true,"reply":""})");
+        EXPECT_EQ(Exchange(fd, Frame(kRegistration)), test.closes ? "<closed>" : kRegistered);
         close(fd);
     }
-    EXPECT_EQ(StateBytes(), "<missing>");
+    EXPECT_EQ(FileBytes(m_state), "");
+    EXPECT_NE(Log().find("registered A\\x0Avelbor-device-service: forged"), std::string::npos);
+    EXPECT_EQ(Log().find("\nvelbor-device-service: forged"), std::string::npos);
 }
 
-TEST_F(DeviceServiceTest, ServesOthersWhileOneClientStopsMidMessage) {
+TEST_F(DeviceServiceTest, IdleAndStalledConnectionsMakeRoomAndTimeOut) {
     Start();
-    const int stalled = RawConnect();
-    const std::string change = *Velbor::EncodeFrame(
-        json{{"op", "command"}, {"request", SetConfig(R"("Dhcp" : "true")")}}.dump());
-    send(stalled, change.data(), change.size() / 2, MSG_NOSIGNAL);
-    auto first = Registered();
-    auto second = Registered();
+    std::vector<int> idle(40);
+    for (int& fd : idle) {
+        fd = Open(m_socket, false);
+    }
+    const std::string change =
+        Frame(json{{"op", "command"}, {"request", SetConfig(R"("Dhcp" : "true")")}}.dump());
+    send(idle.back(), change.data(), change.size() / 2, MSG_NOSIGNAL);
     std::string config;
-    EXPECT_TRUE(first->GetDeviceConfig(config, 1));
-    close(stalled);
-    EXPECT_TRUE(second->GetDeviceConfig(config, 1));
-    EXPECT_EQ(config, kDefaultConfig);
-    EXPECT_EQ(StateBytes(), "<missing>");
+    EXPECT_TRUE(Registered()->GetDeviceConfig(config, 1));
+    std::this_thread::sleep_for(std::chrono::seconds(6));
+    for (const int fd : idle) {
+        EXPECT_EQ(Exchange(fd, ""), "<closed>");
+        close(fd);
+    }
+    EXPECT_EQ(FileBytes(m_state), "");
+    EXPECT_NE(Log().find("too many clients; closed the connection idle longest"),
+              std::string::npos);
+    EXPECT_NE(Log().find("closed a connection that completed no request within 5 s"),
+              std::string::npos);
 }
 
-TEST_F(DeviceServiceTest, FactoriesFindTheServiceOrGiveNull) {
-    EXPECT_FALSE(Velbor::CreateDeviceStackClient(m_socket));
-    setenv("VELBOR_DEVICE_STACK_SOCKET", m_socket.c_str(), 1);
-    EXPECT_FALSE(Velbor::CreateDeviceStackClient());
-    Start();
-    EXPECT_TRUE(Velbor::CreateDeviceStackClient());
-    EXPECT_TRUE(Velbor::CreateDeviceStackClient(""));
-}
-
-TEST_F(DeviceServiceTest, LostServiceFailsEveryOperationAtOnce) {
-    Start();
-    auto client = Registered();
-    Stop(SIGKILL);
-    std::string text;
-    const Clock::time_point start = Clock::now();
-    EXPECT_FALSE(client->GetDeviceConfig(text, 1));
-    EXPECT_FALSE(client->RequestCommand(R"({"command":"Restart", "type":"x"})", text, 360));
-    EXPECT_FALSE(client->RegisterApplication("Test", "field", "KNX"));
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
-}
-
-TEST_F(DeviceServiceTest, SilentOrDyingPeerFailsWithinTheTimeLimit) {
-    const int listener = Listener(m_socket);
-    auto silent = Velbor::CreateDeviceStackClient(m_socket); // accepted only after it gave up
+TEST_F(DeviceServiceTest, KeepsServingWithoutSpinningAtTheDescriptorLimit) {
+    Start({"prlimit", "--nofile=16:", "--"});
+    std::vector<int> idle(20);
+    for (int& fd : idle) {
+        fd = Open(m_socket, false);
+    }
     std::string reply;
-    Clock::time_point start = Clock::now();
-    EXPECT_FALSE(silent->RequestCommand("{}", reply, 1));
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
-    EXPECT_FALSE(silent->GetDeviceConfig(reply, 1)); // the connection was given up
+    EXPECT_TRUE(Registered()->RequestCommand(kRestart, reply, 360)) << reply; // saved
+    for (const int fd : idle) {
+        close(fd);
+    }
+    ASSERT_TRUE(Registered()); // answered once it has closed the idle ones too
+    // With room for its standard streams, stop signal and socket only, it
+    // cannot accept: the connection waits, and the service with it.
+    rlimit before{};
+    ASSERT_EQ(prlimit(m_pid, RLIMIT_NOFILE, nullptr, &before), 0);
+    const rlimit full{5, before.rlim_max};
+    ASSERT_EQ(prlimit(m_pid, RLIMIT_NOFILE, &full, nullptr), 0);
+    const int waiting = Open(m_socket, false);
+    const std::string cpuTicks = "awk '{print $14 + $15}' /proc/" + std::to_string(m_pid) + "/stat";
+    const int ticks = std::stoi(Shell(cpuTicks));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_LT(std::stoi(Shell(cpuTicks)) - ticks, sysconf(_SC_CLK_TCK) / 20); // 50 ms
+    ASSERT_EQ(prlimit(m_pid, RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_EQ(Exchange(waiting, Frame(kRegistration)), kRegistered);
+    EXPECT_NE(Log().find("cannot accept connections: Too many open files"), std::string::npos);
+    close(waiting);
+}
 
-    auto dying = Velbor::CreateDeviceStackClient(m_socket);
-    std::thread peer([listener] {
-        char request[64];
-        for (int fd : {accept(listener, nullptr, nullptr), accept(listener, nullptr, nullptr)}) {
-            if (recv(fd, request, sizeof request, 0) > 0) {
-                send(fd, "\0\0\0\x20{\"ok\":tr", 12, MSG_NOSIGNAL); // half a reply
-            }
-            close(fd);
-        }
-    });
-    start = Clock::now();
-    EXPECT_FALSE(dying->RegisterApplication("Test", "field", "KNX"));
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
-    peer.join();
-    close(listener);
+TEST_F(DeviceServiceTest, CreatesItsFilesPrivatelyWhateverTheUmaskAndNeverThroughALink) {
+    const mode_t umaskBefore = umask(0);
+    Start();
+    umask(umaskBefore);
+    auto client = Registered();
+    std::string reply;
+    ASSERT_TRUE(client->RequestCommand(kRestart, reply, 360));
+    std::ofstream(m_dir + "/victim") << "kept";
+    fs::create_symlink(m_dir + "/victim", m_state + ".tmp");
+    ASSERT_TRUE(client->RequestCommand(kRestart, reply, 360));
+    EXPECT_EQ(FileBytes(m_dir + "/victim"), "kept");
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(m_state)));
+    EXPECT_EQ(json::parse(FileBytes(m_state))["restartCount"], 2);
+    EXPECT_EQ(fs::status(m_dir + "/state").permissions(), fs::perms(0755));
+    EXPECT_EQ(fs::status(m_socket).permissions(), fs::perms(0600));
+}
+
+TEST_F(DeviceServiceTest, SocketAdmitsOnlyRootItsOwnUserAndItsGroup) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root to connect as other users";
+    }
+    Start({}, {"--socket-group", "nogroup"});
+    EXPECT_EQ(fs::status(m_socket).permissions(), fs::perms(0660));
+    EXPECT_EQ(Shell("stat -c %G " + m_socket), "nogroup\n");
+    // Even with the socket file opened to everyone, only the group gets in.
+    fs::permissions(m_socket, fs::perms(0666));
+    fs::permissions(m_dir, fs::perms(0755));
+    EXPECT_TRUE(RegistersAs(65534, getgrnam("nogroup")->gr_gid));
+    EXPECT_FALSE(RegistersAs(65534, 1));
+    EXPECT_NE(Log().find("refused a connection: uid 65534 (gid 1)"), std::string::npos);
+}
+
+TEST_F(DeviceServiceTest, CommandLineAndStartUpFailuresSayWhatIsWrong) {
+    std::ofstream(m_dir + "/file") << "kept";
+    fs::create_directories(m_dir + "/state");
+    std::ofstream(m_state) << R"({"settings":{"Dhcp":"false"},"restartCount":0})";
+    const std::pair<std::string, const char*> cases[] = {
+        {"--help", "--socket-group GROUP also let this group's members use the socket"},
+        {"--help", "status 0"},
+        {"--bogus", "status 2"},
+        {"--socket " + m_dir + "/file --state " + m_dir + "/new.json",
+         "file: it exists and is not"},
+        {"--socket " + m_socket + " --state " + m_state, "settings: IpAddress is missing"},
+    };
+    for (const auto& [arguments, output] : cases) {
+        const std::string text =
+            Shell(DEVICE_SERVICE_PATH " " + arguments + " 2>&1; echo status $?");
+        EXPECT_NE(text.find(output), std::string::npos) << arguments << ": " << text;
+    }
+    EXPECT_EQ(FileBytes(m_dir + "/file"), "kept");
 }
 
 TEST_F(DeviceServiceTest, AppliesStaticSettingsToTheNamedInterface) {

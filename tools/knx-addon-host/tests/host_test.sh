@@ -82,6 +82,7 @@ grep -Eqx 'mac = ([0-9a-f]{2}:){5}[0-9a-f]{2}' "$work/out" || fail "mac: $(cat "
 
 printf 'get methods\nfrobnicate\nget ip\n' >"$work/bad.script"
 printf 'factoryreset.processTime=1\nprocessTime=2\n' >"$work/bad.properties"
+printf 'knx.friendlyName=ok\nknx.individualAddress=16.0.1\n' >"$work/knx.properties"
 # name, exit code, expected standard output, text expected on standard error, host arguments
 check_failure() {
   local name=$1 code=$2 output=$3 message=$4
@@ -101,6 +102,10 @@ check_failure "bad value name" 1 "" "unknown value 'mask'" --script <(echo "get 
 check_failure "missing argument" 1 "" "usage: set ip|netmask" --script <(echo "set ip")
 check_failure "bad number" 1 "" "not a number" --script <(echo "set methods -1")
 check_failure "bad config line" 1 "" "bad.properties:2: expected" --config "$work/bad.properties"
+check_failure "bad knx value" 1 "" "knx.properties:2: knx.individualAddress: expected AREA.LINE" \
+  --config "$work/knx.properties" --knxnetip 127.0.0.1:0
+check_failure "unbindable endpoint" 5 "" "cannot bind UDP socket to 192.0.2.1:3671" \
+  --knxnetip 192.0.2.1
 check_failure "missing add-on" 3 "" "cannot load add-on" --addon "$work/missing.so"
 check_failure "missing entry function" 3 "" "add-on has no entry function" \
   --addon "$no_entry_library"
@@ -110,6 +115,9 @@ check_failure "no factories" 3 "" "add-on registered no factory for DscKnxIpConf
   --addon "$empty_addon"
 check_failure "bad option" 2 "" "bad argument --frob" --frob
 check_failure "bad log level" 2 "" "unknown log level LOUD" --log-level LOUD
+check_failure "bad endpoint" 2 "" "bad --knxnetip 127.0.0.1:65536" --knxnetip 127.0.0.1:65536
+check_failure "server and script" 2 "" "--knxnetip and --script exclude each other" \
+  --knxnetip 127.0.0.1:0 --script "$work/session.script"
 check_failure "missing script" 2 "" "cannot read script" --script "$work/missing.script"
 for option in --script --config --log-config; do
   check_failure "$option directory" 2 "" "$work: Is a directory" "$option" "$work"
@@ -121,11 +129,15 @@ for option in -h --help; do
 done
 # A closed standard input reads as empty; a failed write to standard output fails the run.
 timeout 10 "$host" --log-level OFF <&- >"$work/out" 2>/dev/null || fail "closed stdin: exit code $?"
-echo capabilities | "$host" --log-level OFF >/dev/full 2>"$work/err"
-status=$?
-[ "$status" -eq 4 ] || fail "full stdout: exit code $status, expected 4"
-grep -qF "cannot write to standard output: No space left on device" "$work/err" ||
-  fail "full stdout: $(cat "$work/err")"
+# The ready line of the server mode too.
+for mode in "" "--knxnetip 127.0.0.1:0"; do
+  # shellcheck disable=SC2086 # no option or one with its value
+  echo capabilities | "$host" --log-level OFF $mode >/dev/full 2>"$work/err"
+  status=$?
+  [ "$status" -eq 4 ] || fail "full stdout $mode: exit code $status, expected 4"
+  grep -qF "cannot write to standard output: No space left on device" "$work/err" ||
+    fail "full stdout $mode: $(cat "$work/err")"
+done
 
 # With the device service listening, the host says nothing about it.
 "$service" --socket "$work/service.sock" --state "$work/state.json" 2>/dev/null &
