@@ -50,7 +50,8 @@ for link in lo knx0 knx1; do in_ns ip link set "$link" up; done
 
 start_service() {
   # ip netns exec replaces itself with the service, so $! is the service.
-  ip netns exec "$ns" "$service" --socket "$socket" --state "$state" --apply-to knx0 >>"$work/service.log" 2>&1 &
+  ip netns exec "$ns" "$service" --socket "$socket" --state "$state" --apply-to knx0 \
+    --resolv-conf "$work/resolv.conf" >>"$work/service.log" 2>&1 &
   service_pid=$!
   wait_for_socket "$service_pid" "$socket" 10 "$work/service.log" || fail "the service did not start"
 }

@@ -1,6 +1,8 @@
 #include "DhcpClient.h"
 
-#include "Service.h"
+#include "FileIo.h"
+#include "Log.h"
+#include "SystemError.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -61,17 +63,12 @@ PREINIT | NOCARRIER | DEPARTED | STOP | STOPPED) rm -f "$dir/dhcp" "$dir/ipv4ll"
 esac
 )";
 
-Error SystemError(const std::string& what) {
-    return Error{what + ": " + std::strerror(errno)};
-}
-
 Result<void> WriteFile(const std::string& path, const std::string& text, mode_t mode) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode);
     if (fd < 0) {
         return SystemError("cannot create " + path);
     }
-    const bool written = fchmod(fd, mode) == 0 &&
-                         write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    const bool written = fchmod(fd, mode) == 0 && WriteAll(fd, text);
     const bool closed = close(fd) == 0;
     return written && closed ? Result<void>(Ok{}) : SystemError("cannot write " + path);
 }

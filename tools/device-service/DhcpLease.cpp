@@ -37,7 +37,7 @@ Result<Lease> ParseLease(std::string_view text) {
     if (!IsAddress(lease.address)) {
         return Error{"lease without an address: \"" + lease.address + "\""};
     }
-    if (!IsAddress(lease.mask) || !CheckSetting("SubnetMask", lease.mask).empty()) {
+    if (!IsAddress(lease.mask) || !CheckSetting("SubnetMask", lease.mask)) {
         return Error{"lease with a bad subnet mask: \"" + lease.mask + "\""};
     }
     std::vector<std::string> addresses = Words(values["routers"]);

@@ -1,5 +1,5 @@
-// Applies the device's settings to a real network interface through netlink:
-// everything the service does to an interface is here.
+// Puts the device's static settings on a real network interface, and clears
+// the interface for the DHCP client, through netlink.
 #ifndef DEVICE_SERVICE_INTERFACE_CONFIG_H
 #define DEVICE_SERVICE_INTERFACE_CONFIG_H
 
@@ -10,12 +10,16 @@
 
 namespace DeviceService {
 
-// With Dhcp "false": replaces the interface's IPv4 addresses with
-// IpAddress/SubnetMask and, when DefaultGateway lies in that subnet, points the
-// default route at it through the interface. With Dhcp "true" the interface is
-// left to the system's DHCP client and nothing changes. The result says what
-// was done.
-Result<std::string> ApplyToInterface(const std::string& interfaceName, const Settings& settings);
+// With settings that passed CheckNetworkSettings and Dhcp "false": adds
+// IpAddress/SubnetMask to the interface, points the default route at
+// DefaultGateway (or removes the interface's default route when it is
+// 0.0.0.0), then removes the interface's other IPv4 addresses. A failure
+// before the old addresses are gone takes the new address off again, so the
+// interface never ends up without an address. Says what was done.
+Result<std::string> ApplyStaticSettings(const std::string& interfaceName, const Settings& settings);
+
+// Removes every IPv4 address of the interface, and with them its routes.
+Result<void> RemoveAddresses(const std::string& interfaceName);
 
 } // namespace DeviceService
 

@@ -59,7 +59,7 @@ Result<void> CheckNetworkSettings(const Settings& settings) {
     if (!address) {
         return Error{"IpAddress \"" + addressText + "\" is not an IPv4 address"};
     }
-    if (!mask || *mask == 0 || !CheckSetting("SubnetMask", maskText).empty()) {
+    if (!mask || *mask == 0 || !CheckSetting("SubnetMask", maskText)) {
         return Error{"SubnetMask \"" + maskText + "\" is not a usable subnet mask"};
     }
     std::string problem = HostProblem(*address, *mask);

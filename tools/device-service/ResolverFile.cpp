@@ -1,33 +1,18 @@
 #include "ResolverFile.h"
 
+#include "FileIo.h"
+#include "SystemError.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 
 namespace DeviceService {
 
 namespace {
-
-Error SystemError(const std::string& what) {
-    return Error{what + ": " + std::strerror(errno)};
-}
-
-bool WriteAll(int fd, const std::string& text) {
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t n = write(fd, text.data() + written, text.size() - written);
-        if (n < 0 && errno != EINTR) {
-            return false;
-        }
-        written += n > 0 ? static_cast<std::size_t>(n) : 0;
-    }
-    return true;
-}
 
 // Fills the new file `fd`, named `name`, and closes it; readable by everyone,
 // as resolvers in every process read it.

@@ -1,7 +1,8 @@
 #include "Service.h"
 
 #include "Framing.h"
-#include "InterfaceConfig.h"
+#include "Log.h"
+#include "NetworkSettings.h"
 #include "Request.h"
 #include "StateFile.h"
 #include "SystemError.h"
@@ -14,8 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <iostream>
+#include <filesystem>
 
 namespace DeviceService {
 
@@ -27,8 +27,9 @@ using nlohmann::json;
 // descriptor limit is low); a new one takes the place of the one idle longest.
 constexpr std::size_t kMaxClients = 32;
 // Descriptors left to the service itself beside its clients: the state
-// directory and temporary file, the netlink socket, one more.
-constexpr rlim_t kSpareDescriptors = 4;
+// directory and temporary file, the netlink socket, the resolver file and its
+// directory, the DHCP client's process and file watch, one more.
+constexpr rlim_t kSpareDescriptors = 8;
 // A connection must complete each request within this time of connecting or
 // of its previous request; one that does not is closed.
 constexpr std::chrono::seconds kRequestTimeout(5);
@@ -71,31 +72,25 @@ std::size_t ClientCapacity(int highestFd) {
     return limit.rlim_cur > used ? std::min<rlim_t>(limit.rlim_cur - used, kMaxClients) : 0;
 }
 
-// Applies the settings to the named interface, when one is named.
-void ApplySettings(const std::string& interfaceName, const Settings& settings) {
-    if (interfaceName.empty()) {
-        return;
+// The device's network on the named interface, configured as on a boot;
+// null when no interface is named. A failure is logged: the service still
+// answers, so that the settings can be corrected.
+std::unique_ptr<Network> StartNetwork(const Options& options, const Settings& settings) {
+    if (options.interfaceName.empty()) {
+        return nullptr;
     }
-    const Result<std::string> applied = ApplyToInterface(interfaceName, settings);
-    Log(applied ? "applied " + *applied : "could not apply the settings to " + applied.error());
+    const std::filesystem::path state(options.statePath);
+    auto network = std::make_unique<Network>(NetworkOptions{
+        options.interfaceName, options.resolverPath,
+        (state.has_parent_path() ? state.parent_path() : ".") / ("dhcp-" + options.interfaceName)});
+    const Result<void> checked = CheckNetworkSettings(settings);
+    const Result<std::string> applied =
+        checked ? network->Apply(settings, Network::Mode::Reboot) : Error{checked.error()};
+    Log(applied ? "applied " + *applied : "could not apply the settings: " + applied.error());
+    return network;
 }
 
 } // namespace
-
-void Log(const std::string& line) {
-    std::string text;
-    for (const char c : line) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F || byte == '\\') {
-            char escape[5];
-            std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-            text += escape;
-        } else {
-            text += c;
-        }
-    }
-    std::cerr << "velbor-device-service: " << text << std::endl;
-}
 
 Result<std::unique_ptr<Service>> Service::Create(const Options& options) {
     Result<DeviceState> state = LoadState(options.statePath);
@@ -104,24 +99,27 @@ Result<std::unique_ptr<Service>> Service::Create(const Options& options) {
     }
     // The interface is configured before the socket accepts anyone, so a client
     // that reaches the service already finds the settings applied.
-    ApplySettings(options.interfaceName, state->settings);
+    std::unique_ptr<Network> network = StartNetwork(options, state->settings);
     Result<std::unique_ptr<ListeningSocket>> socket =
         ListeningSocket::Open(options.socketPath, options.socketGroup);
     if (!socket) {
         return Error{socket.error()};
     }
-    std::unique_ptr<Service> service(new Service(options, std::move(*state), std::move(*socket)));
+    std::unique_ptr<Service> service(
+        new Service(options, std::move(*state), std::move(*socket), std::move(network)));
     if (service->m_capacity == 0) {
         return Error{"the descriptor limit leaves no room for clients"};
     }
     return {std::move(service)};
 }
 
-Service::Service(const Options& options, DeviceState state, std::unique_ptr<ListeningSocket> socket)
+Service::Service(const Options& options, DeviceState state, std::unique_ptr<ListeningSocket> socket,
+                 std::unique_ptr<Network> network)
     : m_options(options),
       m_state(std::move(state)),
       m_socket(std::move(socket)),
-      m_capacity(ClientCapacity(m_socket->Descriptor())) {
+      m_capacity(ClientCapacity(m_socket->Descriptor())),
+      m_network(std::move(network)) {
 }
 
 Service::~Service() {
@@ -141,6 +139,9 @@ void Service::Run(int stopFd) {
             const short events = client.output.empty() ? POLLIN : POLLOUT;
             polled.push_back({client.fd, events, 0});
         }
+        if (m_network) {
+            m_network->AddPollFds(polled); // after the clients, whose places are counted
+        }
         if (poll(polled.data(), polled.size(), PollTimeout(Clock::now())) < 0) {
             if (errno == EINTR) {
                 continue;
@@ -150,6 +151,9 @@ void Service::Run(int stopFd) {
         }
         if (polled[0].revents != 0) {
             return;
+        }
+        if (m_network) {
+            m_network->Update();
         }
         const Clock::time_point now = Clock::now();
         std::vector<Client> kept;
@@ -168,18 +172,20 @@ void Service::Run(int stopFd) {
     }
 }
 
-// Until the earliest client deadline or the end of a pause in accepting; -1
-// (no limit) when there is neither.
+// Until the earliest client deadline, the end of a pause in accepting or
+// what the network waits for; -1 (no limit) when there is none of them.
 int Service::PollTimeout(Clock::time_point now) const {
     Clock::time_point wake = now < m_acceptResumes ? m_acceptResumes : Clock::time_point::max();
     for (const Client& client : m_clients) {
         wake = std::min(wake, client.deadline);
     }
+    const int network = m_network ? m_network->Timeout() : -1;
     if (wake == Clock::time_point::max()) {
-        return -1;
+        return network;
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(wake - now).count();
-    return static_cast<int>(std::max<decltype(left)>(left, 0));
+    const int timeout = static_cast<int>(std::max<decltype(left)>(left, 0));
+    return network < 0 ? timeout : std::min(timeout, network);
 }
 
 // Reads or writes what the client is ready for; false when the connection is
@@ -288,35 +294,58 @@ std::string Service::Handle(Client& client, const std::string& body) {
         return Refused("not registered: register the application first");
     }
     if (std::holds_alternative<ConfigRequest>(*request)) {
-        return Accepted(ConfigText(m_state));
+        // Without an interface there is no lease: the settings are reported as kept.
+        return Accepted(ConfigText(
+            m_network ? DeviceState{m_network->Reported(m_state.settings), m_state.restartCount}
+                      : m_state));
     }
     DeviceState next = m_state;
     if (const auto* change = std::get_if<SetConfigRequest>(&*request)) {
         for (const auto& [key, value] : change->settings) {
             next.settings[key] = value;
         }
-        return Change(client, next, "SetDeviceConfig " + Describe(change->settings), true);
+        const std::string what = "SetDeviceConfig " + Describe(change->settings);
+        if (Result<void> checked = CheckNetworkSettings(next.settings); !checked) {
+            Log(what + " from " + client.application + " refused: " + checked.error());
+            return Refused(checked.error());
+        }
+        return Change(client, next, what, Network::Mode::Change);
     }
+    const std::string& type = std::get<RestartRequest>(*request).type;
     CountRestart(next);
-    return Change(client, next,
-                  "Restart (type \"" + std::get<RestartRequest>(*request).type +
-                      "\", restart count " + std::to_string(next.restartCount) + ")",
-                  false);
+    if (type == "FactoryReset") {
+        next.settings = FactoryNetworkSettings();
+    }
+    return Change(
+        client, next,
+        "Restart (type \"" + type + "\", restart count " + std::to_string(next.restartCount) + ")",
+        type == "FactoryReset" ? Network::Mode::FactoryReset : Network::Mode::Reboot);
 }
 
-// Saves `next` and makes it the device's state, then applies the settings to
-// the interface when `apply` is set; nothing changes when it cannot be saved.
+// Applies `next` to the interface, if any, and saves it as the device's
+// state; when either fails the device keeps its previous state.
 std::string Service::Change(const Client& client, DeviceState next, const std::string& what,
-                            bool apply) {
+                            Network::Mode mode) {
+    if (m_network) {
+        const Result<std::string> applied = m_network->Apply(next.settings, mode);
+        if (!applied) {
+            Log(what + " from " + client.application + " not applied: " + applied.error());
+            return Refused("settings not applied: " + applied.error());
+        }
+        Log("applied " + *applied);
+    }
     if (Result<void> saved = SaveState(m_options.statePath, next); !saved) {
         Log(what + " from " + client.application + " not saved: " + saved.error());
+        if (m_network) {
+            const Result<std::string> restored =
+                m_network->Apply(m_state.settings, Network::Mode::Change);
+            Log(restored ? "restored " + *restored
+                         : "could not restore the settings: " + restored.error());
+        }
         return Refused("state not saved: " + saved.error());
     }
     m_state = std::move(next);
     Log(what + " from " + client.application);
-    if (apply) {
-        ApplySettings(m_options.interfaceName, m_state.settings);
-    }
     return Accepted(R"({"result":"ok"})");
 }
 

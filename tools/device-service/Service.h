@@ -6,6 +6,7 @@
 
 #include "DeviceState.h"
 #include "ListeningSocket.h"
+#include "Network.h"
 #include "Result.h"
 
 #include <chrono>
@@ -19,13 +20,9 @@ struct Options {
     std::string socketPath = "/run/velbor-device-stack.sock";
     std::string socketGroup; // empty: only root and the service's user
     std::string statePath = "/var/lib/velbor-device-service/state.json";
-    std::string interfaceName; // empty: no interface is configured
+    std::string interfaceName;                     // empty: no interface is configured
+    std::string resolverPath = "/etc/resolv.conf"; // written only with an interface
 };
-
-// One line on stderr, prefixed with the program's name. Control characters
-// and backslashes are written as \xNN, so that no text (clients' included)
-// can end the line or fake another.
-void Log(const std::string& line);
 
 class Service {
 public:
@@ -51,7 +48,8 @@ private:
         bool closing = false;    // close once `output` is sent
     };
 
-    Service(const Options& options, DeviceState state, std::unique_ptr<ListeningSocket> socket);
+    Service(const Options& options, DeviceState state, std::unique_ptr<ListeningSocket> socket,
+            std::unique_ptr<Network> network);
     int PollTimeout(Clock::time_point now) const;
     bool Serve(Client& client, short events, Clock::time_point now);
     void AcceptClient();
@@ -59,7 +57,8 @@ private:
     bool Receive(Client& client);
     bool Flush(Client& client);
     std::string Handle(Client& client, const std::string& body);
-    std::string Change(const Client& client, DeviceState next, const std::string& what, bool apply);
+    std::string Change(const Client& client, DeviceState next, const std::string& what,
+                       Network::Mode mode);
 
     Options m_options;
     DeviceState m_state;
@@ -68,6 +67,7 @@ private:
     Clock::time_point m_acceptResumes; // accepting pauses until then
     bool m_acceptFailing = false;
     std::vector<Client> m_clients;
+    std::unique_ptr<Network> m_network; // null without an interface
 };
 
 } // namespace DeviceService

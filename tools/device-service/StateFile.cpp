@@ -1,5 +1,6 @@
 #include "StateFile.h"
 
+#include "FileIo.h"
 #include "SystemError.h"
 
 #include <fcntl.h>
@@ -12,32 +13,6 @@
 namespace DeviceService {
 
 namespace {
-
-bool ReadAll(int fd, std::string& text) {
-    char chunk[4096];
-    for (;;) {
-        const ssize_t n = read(fd, chunk, sizeof chunk);
-        if (n == 0) {
-            return true;
-        }
-        if (n < 0 && errno != EINTR) {
-            return false;
-        }
-        text.append(chunk, n > 0 ? static_cast<std::size_t>(n) : 0);
-    }
-}
-
-bool WriteAll(int fd, const std::string& text) {
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t n = write(fd, text.data() + written, text.size() - written);
-        if (n < 0 && errno != EINTR) {
-            return false;
-        }
-        written += n > 0 ? static_cast<std::size_t>(n) : 0;
-    }
-    return true;
-}
 
 // Creates `directory` and its missing parents with mode 0755 whatever the
 // umask: each is made 0700 (or less) and opened up once it exists, so it is

@@ -1,5 +1,6 @@
 // velbor-device-service: plays the device's system service for the
 // device-stack client library.
+#include "Log.h"
 #include "Service.h"
 
 #include <getopt.h>
@@ -13,13 +14,16 @@ namespace {
 
 const char* const kUsage =
     "usage: velbor-device-service [--socket PATH] [--socket-group GROUP] [--state FILE]\n"
-    "                             [--apply-to IFACE]\n"
+    "                             [--apply-to IFACE [--resolv-conf PATH]]\n"
     "  --socket PATH        Unix domain socket to listen on, mode 0600\n"
     "                       (default /run/velbor-device-stack.sock)\n"
     "  --socket-group GROUP also let this group's members use the socket (mode 0660)\n"
     "  --state FILE         JSON file that keeps the device's settings\n"
     "                       (default /var/lib/velbor-device-service/state.json)\n"
-    "  --apply-to IFACE     apply static settings to this network interface\n"
+    "  --apply-to IFACE     put the settings on this network interface: static ones\n"
+    "                       directly, DHCP through dhcpcd\n"
+    "  --resolv-conf PATH   with --apply-to: resolver file that gets the DNS servers\n"
+    "                       (default /etc/resolv.conf)\n"
     "  --help               show this text\n";
 
 struct CommandLine {
@@ -33,6 +37,7 @@ Result<CommandLine> ParseCommandLine(int argc, char** argv) {
                                   {"socket-group", required_argument, nullptr, 'g'},
                                   {"state", required_argument, nullptr, 't'},
                                   {"apply-to", required_argument, nullptr, 'a'},
+                                  {"resolv-conf", required_argument, nullptr, 'r'},
                                   {"help", no_argument, nullptr, 'h'},
                                   {nullptr, 0, nullptr, 0}};
     CommandLine line;
@@ -50,6 +55,9 @@ Result<CommandLine> ParseCommandLine(int argc, char** argv) {
                 break;
             case 'a':
                 line.options.interfaceName = optarg;
+                break;
+            case 'r':
+                line.options.resolverPath = optarg;
                 break;
             case 'h':
                 line.help = true;

@@ -144,6 +144,9 @@ TEST_F(DeviceServiceTest, KeepsItsStateAcrossRestartsAndRefusalsChangeNothing) {
     EXPECT_FALSE(
         client->RequestCommand(SetConfig(R"("Dhcp" : "0", "IpAddress" : "10.0.0.1")"), reply, 360));
     EXPECT_EQ(reply, R"(Dhcp must be "true" or "false")");
+    // The factory settings hold no static address to go back to.
+    EXPECT_FALSE(client->RequestCommand(SetConfig(R"("Dhcp" : "false")"), reply, 360));
+    EXPECT_EQ(reply, R"(SubnetMask "0.0.0.0" is not a usable subnet mask)");
     EXPECT_EQ(FileBytes(m_state), saved);
     EXPECT_EQ(json::parse(saved)["restartCount"], 1);
 
@@ -152,9 +155,10 @@ TEST_F(DeviceServiceTest, KeepsItsStateAcrossRestartsAndRefusalsChangeNothing) {
     EXPECT_FALSE(fs::exists(m_socket));
     Start();
     ASSERT_TRUE(Registered()->GetDeviceConfig(config, 1));
-    EXPECT_EQ(config, R"({"Dhcp":"true","IpAddress":"192.168.1.20","SubnetMask":"255.255.255.0",)"
-                      R"("DefaultGateway":"192.168.1.1","NameServer":"192.168.1.1",)"
-                      R"("NameServer2":"0.0.0.0"})");
+    // The factory settings; without an interface there is no lease to report.
+    EXPECT_EQ(config,
+              R"({"Dhcp":"true","IpAddress":"0.0.0.0","SubnetMask":"0.0.0.0",)"
+              R"("DefaultGateway":"0.0.0.0","NameServer":"0.0.0.0","NameServer2":"0.0.0.0"})");
 
     // The restart count stops at its largest value; a crash leaves a stale
     // socket, which the next start replaces.
@@ -300,8 +304,9 @@ TEST_F(DeviceServiceTest, AppliesStaticSettingsToTheNamedInterface) {
         GTEST_SKIP() << "no private network namespace available";
     }
     // A private network namespace whose loopback interface takes the settings.
+    const std::string resolver = m_dir + "/resolv.conf";
     Start({"unshare", "--net", "--", "sh", "-c", "ip link set lo up && exec \"$0\" \"$@\""},
-          {"--apply-to", "lo"});
+          {"--apply-to", "lo", "--resolv-conf", resolver});
     const std::string inNamespace = "nsenter -t " + std::to_string(m_pid) + " -n ip -4 -o ";
     EXPECT_NE(Shell(inNamespace + "addr show dev lo").find("192.168.1.20/24"), std::string::npos);
     std::string reply;
@@ -315,6 +320,18 @@ TEST_F(DeviceServiceTest, AppliesStaticSettingsToTheNamedInterface) {
     EXPECT_EQ(addresses.find("127.0.0.1"), std::string::npos) << addresses;
     EXPECT_NE(Shell(inNamespace + "route show default").find("default via 10.20.0.1 dev lo"),
               std::string::npos);
+    EXPECT_NE(FileBytes(resolver).find("nameserver 192.168.1.1\nnameserver 8.8.8.8\n"),
+              std::string::npos);
+
+    // On an interface that is down the default route cannot be set: the
+    // change is refused and the interface keeps its address.
+    Shell("nsenter -t " + std::to_string(m_pid) + " -n ip link set lo down");
+    EXPECT_FALSE(Registered()->RequestCommand(
+        SetConfig(R"("IpAddress" : "10.30.0.5", "DefaultGateway" : "10.30.0.1")"), reply, 360));
+    EXPECT_NE(reply.find("cannot set the default route"), std::string::npos) << reply;
+    const std::string kept = Shell(inNamespace + "addr show dev lo");
+    EXPECT_NE(kept.find("10.20.30.40/16"), std::string::npos) << kept;
+    EXPECT_EQ(kept.find("10.30.0.5"), std::string::npos) << kept;
 }
 
 } // namespace
