@@ -1,9 +1,10 @@
 // Fault injection at both boundaries of the add-on: a full host session (Init,
-// current values, a static commit, a DHCP commit, a factory reset) runs once
-// for every call position into either platform library and each kind of
-// fault, with the network interface found and with none. The session must go
-// on, only the injected exceptions may reach the host, and every client must
-// be destroyed before the host call that made it returns.
+// current values and MAC, every setter and a static commit, a DHCP commit, a
+// factory reset) runs once for every call position into either platform
+// library and each kind of fault, with the network interface found and with
+// none. The session must go on, only the injected exceptions may reach the
+// host, and every client must be destroyed before the host call that made it
+// returns.
 #include "AddonFactory.h"
 #include "DscKnxIpConfig.h"
 #include "LogCapture.h"
@@ -70,9 +71,14 @@ protected:
             {"current netmask", [&] { ip->GetCurrentNetmask(); }},
             {"current gateway", [&] { ip->GetCurrentGateway(); }},
             {"MAC", [&] { ip->GetMacAddress(mac); }},
-            {"static commit",
+            {"setters and static commit",
              [&] {
+                 ip->SetIpAssignmentMethods(DscKnxIpConfig::MethodManual);
                  ip->SetConfiguredIpAddress(0xC0A8010AUL);
+                 ip->SetConfiguredNetmask(0xFFFF0000UL);
+                 ip->SetConfiguredGateway(0xC0A80101UL);
+                 ip->SetDNSAddress(1, 0xC0A80101UL);
+                 ip->SetDNSAddress(2, 0x08080404UL);
                  ip->CommitConfiguration();
              }},
             {"DHCP commit",

@@ -85,10 +85,12 @@ namespace KnxStack::Ip {
 
 struct IpConnectionInfo::State {};
 
-IpConnectionInfo::IpConnectionInfo() : m_state(nullptr) {
+IpConnectionInfo::IpConnectionInfo() : m_state(new State) {
 }
 
-IpConnectionInfo::~IpConnectionInfo() = default;
+IpConnectionInfo::~IpConnectionInfo() {
+    delete m_state;
+}
 
 unsigned long IpConnectionInfo::DetermineNetworkInterface(const std::string& name, int index,
                                                           unsigned long flags, bool specified) {

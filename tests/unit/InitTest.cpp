@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <tuple>
-#include <vector>
 
 namespace {
 
@@ -74,38 +73,29 @@ TEST_F(IpConfigTest, OnlyNoInterfaceFailsTheSelection) {
     }
 }
 
-// Notes each call that goes through the object's own virtual operations.
+// The object's own virtual operations, which selection and the device read go through.
 class Spy : public DscKnxIpConfig {
 public:
-    void GetMacAddress(unsigned char* mac) override {
-        calls += "mac ";
-        DscKnxIpConfig::GetMacAddress(mac);
-    }
-    void SetConfiguredIpAddress(unsigned long value) override {
-        calls += "ip ";
-        DscKnxIpConfig::SetConfiguredIpAddress(value);
-    }
-    void SetConfiguredNetmask(unsigned long value) override {
-        calls += "mask ";
-        DscKnxIpConfig::SetConfiguredNetmask(value);
-    }
-    void SetConfiguredGateway(unsigned long value) override {
-        calls += "gw ";
-        DscKnxIpConfig::SetConfiguredGateway(value);
-    }
-    void SetDNSAddress(unsigned int index, unsigned long value) override {
-        calls += "dns ";
-        DscKnxIpConfig::SetDNSAddress(index, value);
-    }
-    std::string calls;
+    MOCK_METHOD(void, GetMacAddress, (unsigned char*), (override));
+    MOCK_METHOD(void, SetConfiguredIpAddress, (unsigned long), (override));
+    MOCK_METHOD(void, SetConfiguredNetmask, (unsigned long), (override));
+    MOCK_METHOD(void, SetConfiguredGateway, (unsigned long), (override));
+    MOCK_METHOD(void, SetDNSAddress, (unsigned int, unsigned long), (override));
 };
 
 TEST_F(IpConfigTest, SelectionAndDeviceReadUseTheVirtualOperations) {
     ThePlatform().deviceConfig = ReplyText(kExampleValues);
-    Spy spy;
+    testing::StrictMock<Spy> spy;
+    const testing::InSequence order;
+    EXPECT_CALL(spy, GetMacAddress(testing::_));
+    EXPECT_CALL(spy, SetConfiguredIpAddress(kExampleAddresses[0]));
+    EXPECT_CALL(spy, SetConfiguredNetmask(kExampleAddresses[1]));
+    EXPECT_CALL(spy, SetConfiguredGateway(kExampleAddresses[2]));
+    EXPECT_CALL(spy, SetDNSAddress(1, kExampleAddresses[3]));
+    EXPECT_CALL(spy, SetDNSAddress(2, kExampleAddresses[4]));
+    EXPECT_CALL(spy, GetMacAddress(testing::_));
     spy.Init({});
     spy.GetCurrentIpAddress();
-    EXPECT_EQ(spy.calls, "mac ip mask gw dns dns mac ");
 }
 
 } // namespace
