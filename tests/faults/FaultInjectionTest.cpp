@@ -5,8 +5,8 @@
 // none. The session must go on, only the injected exceptions may reach the
 // host, and every client must be destroyed before the host call that made it
 // returns.
-#include "AddonFactory.h"
 #include "DscKnxIpConfig.h"
+#include "FactoryResetManager.h"
 #include "LogCapture.h"
 #include "PlatformStandIn.h"
 
@@ -54,45 +54,31 @@ protected:
         fs::create_directories(m_data / "sub");
         std::ofstream(m_data / "sub" / "file") << "application data";
 
-        KnxStack::IIpConfigurationManager* ipObject = nullptr;
-        KnxStack::IFactoryResetManager* resetObject = nullptr;
-        EXPECT_TRUE(AddonFactory::Instance()->Create("DscKnxIpConfig", &ipObject));
-        EXPECT_TRUE(AddonFactory::Instance()->Create("FactoryResetManager", &resetObject));
-        const std::unique_ptr<KnxStack::IIpConfigurationManager> ip(ipObject);
-        const std::unique_ptr<KnxStack::IFactoryResetManager> reset(resetObject);
+        const auto ip = std::make_unique<DscKnxIpConfig>();
+        const auto reset = std::make_unique<FactoryResetManager>();
+        const ConfigPropertyMap ipProperties = {{"interfaceName", "eth0"}};
+        const ConfigPropertyMap resetProperties = {{"applicationData", m_data.string()}};
         Outcome outcome;
         unsigned char mac[6];
         const std::pair<const char*, std::function<void()>> steps[] = {
-            {"Init",
-             [&] {
-                 ip->Init({{"interfaceName", "eth0"}});
-             }},
-            {"current address", [&] { ip->GetCurrentIpAddress(); }},
-            {"current netmask", [&] { ip->GetCurrentNetmask(); }},
-            {"current gateway", [&] { ip->GetCurrentGateway(); }},
-            {"MAC", [&] { ip->GetMacAddress(mac); }},
-            {"setters and static commit",
-             [&] {
-                 ip->SetIpAssignmentMethods(DscKnxIpConfig::MethodManual);
-                 ip->SetConfiguredIpAddress(0xC0A8010AUL);
-                 ip->SetConfiguredNetmask(0xFFFF0000UL);
-                 ip->SetConfiguredGateway(0xC0A80101UL);
-                 ip->SetDNSAddress(1, 0xC0A80101UL);
-                 ip->SetDNSAddress(2, 0x08080404UL);
-                 ip->CommitConfiguration();
-             }},
-            {"DHCP commit",
-             [&] {
-                 ip->SetIpAssignmentMethods(DscKnxIpConfig::MethodDhcp);
-                 ip->CommitConfiguration();
-             }},
-            {"factory reset",
-             [&] {
-                 reset->Init({{"applicationData", m_data.string()}});
-                 reset->OnFactoryReset();
-             }},
+            {"Init", [&] { ip->Init(ipProperties); }},
+            {"GetCurrentIpAddress", [&] { ip->GetCurrentIpAddress(); }},
+            {"GetCurrentNetmask", [&] { ip->GetCurrentNetmask(); }},
+            {"GetCurrentGateway", [&] { ip->GetCurrentGateway(); }},
+            {"GetMacAddress", [&] { ip->GetMacAddress(mac); }},
+            {"SetIpAssignmentMethods", [&] { ip->SetIpAssignmentMethods(1); }},
+            {"SetConfiguredIpAddress", [&] { ip->SetConfiguredIpAddress(0xC0A8010AUL); }},
+            {"SetConfiguredNetmask", [&] { ip->SetConfiguredNetmask(0xFFFF0000UL); }},
+            {"SetConfiguredGateway", [&] { ip->SetConfiguredGateway(0xC0A80101UL); }},
+            {"SetDNSAddress", [&] { ip->SetDNSAddress(1, 0xC0A80101UL); }},
+            {"SetDNSAddress", [&] { ip->SetDNSAddress(2, 0x08080404UL); }},
+            {"CommitConfiguration", [&] { ip->CommitConfiguration(); }},
+            {"SetIpAssignmentMethods", [&] { ip->SetIpAssignmentMethods(4); }},
+            {"CommitConfiguration", [&] { ip->CommitConfiguration(); }},
+            {"Init", [&] { reset->Init(resetProperties); }},
+            {"OnFactoryReset", [&] { reset->OnFactoryReset(); }},
         };
-        // Each step as the host runs it: an injected exception is counted, any
+        // Each call as the host makes it: an injected exception is counted, any
         // other fails the test; no client may be left alive afterwards.
         for (const auto& [name, step] : steps) {
             const bool faultedBefore = platform.faulted.has_value();
@@ -144,7 +130,7 @@ TEST_P(FaultSession, GoesOnAfterAFaultAtEveryCallPosition) {
         // The reset makes its client before it deletes the data; only a throw
         // from that very call keeps the data.
         const bool resetClientThrew =
-            throws && outcome.faultedStep == "factory reset" && *platform.faulted == Call::Create;
+            throws && outcome.faultedStep == "OnFactoryReset" && *platform.faulted == Call::Create;
         EXPECT_EQ(outcome.dataDeleted, !resetClientThrew);
         const bool connectFailed =
             *platform.faulted == Call::Create || *platform.faulted == Call::RegisterApplication;

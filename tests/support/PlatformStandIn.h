@@ -36,7 +36,8 @@ struct InjectedFault : std::runtime_error {
 
 struct Platform {
     // Script. A failing call makes no client, returns false, selects no
-    // interface or reads zeros; without an interface every value reads zero.
+    // interface or reads zeros. The interface selected (NoInterface: none,
+    // and every value then reads zero), its values and MAC:
     unsigned long interfaceId = 2;
     unsigned long address = 0xC0A8010AUL, netmask = 0xFFFFFF00UL, gateway = 0xC0A80101UL;
     std::array<unsigned char, 6> mac = {0x02, 0x4B, 0x4E, 0x58, 0x00, 0x01};

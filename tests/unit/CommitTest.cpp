@@ -123,7 +123,8 @@ TEST(Sanitize, KeepsEveryByteButControlsQuoteAndBackslash) {
     EXPECT_EQ(SanitizeConfigText(all), kept);
 }
 
-// Pairs sanitized in map order (two keys may become one text); the client's result returned.
+// The pairs sanitized, in map order (keys that differ only in dropped characters stay
+// two entries), and the client's result.
 TEST(RequestText, CarriesTheSanitizedPairsAndReturnsTheClientsResult) {
     using Map = std::map<std::string, std::string>;
     ThePlatform() = Platform();
