@@ -1,17 +1,18 @@
-// Heap allocations of the whole process, counted by a replaced global operator new.
+// Heap allocations of the whole process, counted by a replaced global operator
+// new; linked into the benchmarks and into the allocation tests.
 #ifndef BENCH_ALLOCATION_COUNTER_H
 #define BENCH_ALLOCATION_COUNTER_H
 
-#include <benchmark/benchmark.h>
-
 #include <cstddef>
+
+namespace benchmark {
+class State;
+} // namespace benchmark
 
 std::size_t AllocationCount();
 
-// Reports the allocations made since `before` as the counter allocs_per_call.
-inline void ReportAllocations(benchmark::State& state, std::size_t before) {
-    state.counters["allocs_per_call"] = benchmark::Counter(
-        static_cast<double>(AllocationCount() - before), benchmark::Counter::kAvgIterations);
-}
+// Reports the allocations made since `before` as the counter allocs_per_call;
+// defined with the benchmarks' entry point.
+void ReportAllocations(benchmark::State& state, std::size_t before);
 
 #endif

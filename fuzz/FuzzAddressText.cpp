@@ -36,11 +36,6 @@ void CheckRoundTrip(const DscKnxIpConfig& config, std::uint32_t value) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    QuietLogging();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const DscKnxIpConfig config;
     FuzzedDataProvider input(data, size);

@@ -3,6 +3,7 @@
 // changes only together with its bit, and then holds the scanned address.
 #include "DscKnxIpConfig.h"
 #include "FuzzSupport.h"
+#include "PlatformStandIn.h"
 
 #include <memory>
 
@@ -28,16 +29,11 @@ const Field kFields[] = {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    QuietLogging();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static DscKnxIpConfig config;
     const std::string text(reinterpret_cast<const char*>(data), size);
-    const std::unique_ptr<Velbor::IDeviceStackClient> client =
-        std::make_unique<ScriptedClient>(text);
+    ThePlatform().deviceConfig = text;
+    const std::unique_ptr<Velbor::IDeviceStackClient> client = Velbor::CreateDeviceStackClient();
 
     DscKnxIpConfig::IpConfiguration settings;
     for (const Field& field : kFields) {

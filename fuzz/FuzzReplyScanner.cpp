@@ -6,11 +6,6 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    QuietLogging();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static DscKnxIpConfig scanner;
     FuzzedDataProvider input(data, size);

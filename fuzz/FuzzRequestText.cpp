@@ -4,6 +4,7 @@
 // order (two keys that differ only in dropped characters stay two entries).
 #include "DscKnxIpConfig.h"
 #include "FuzzSupport.h"
+#include "PlatformStandIn.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <nlohmann/json.hpp>
@@ -105,11 +106,6 @@ Events Expected(const std::map<std::string, std::string>& settings) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    QuietLogging();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzedDataProvider input(data, size);
     const bool accepts = input.ConsumeBool();
@@ -118,12 +114,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::string key = ValidUtf8(input.ConsumeRandomLengthString(32));
         settings[key] = ValidUtf8(input.ConsumeRandomLengthString(32));
     }
-    auto* client = new ScriptedClient("", accepts);
-    const std::unique_ptr<Velbor::IDeviceStackClient> idsc(client);
-    FUZZ_CHECK(SetDeviceConfigAsync(idsc, settings) == accepts);
+    Platform& platform = ThePlatform();
+    platform = Platform();
+    if (!accepts) {
+        platform.failing = {Call::RequestCommand};
+    }
+    const std::unique_ptr<Velbor::IDeviceStackClient> client = Velbor::CreateDeviceStackClient();
+    FUZZ_CHECK(SetDeviceConfigAsync(client, settings) == accepts);
 
     EventRecorder recorder;
-    nlohmann::json::sax_parse(client->lastRequest, &recorder);
+    nlohmann::json::sax_parse(platform.requests.at(0), &recorder);
     FUZZ_CHECK(recorder.events == Expected(settings));
     return 0;
 }

@@ -1,31 +1,10 @@
 // The configured-value getters must not touch the heap while DEBUG is off: the
-// host polls them often. Global operator new is replaced by a counting one.
+// host polls them often. The allocation counter replaces global operator new.
+#include "AllocationCounter.h"
 #include "DscKnxIpConfig.h"
 #include "LogCapture.h"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-namespace {
-std::atomic<std::size_t> g_allocations{0};
-} // namespace
-
-void* operator new(std::size_t size) {
-    ++g_allocations;
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -33,27 +12,20 @@ namespace {
 std::size_t AllocationsOfGetters() {
     DscKnxIpConfig config;
     KnxStack::IIpConfigurationManager& manager = config;
-    const std::size_t before = g_allocations;
+    const std::size_t before = AllocationCount();
     volatile unsigned long sink = manager.GetConfiguredNetmask();
     sink = sink + manager.GetConfiguredIpAddress();
     sink = sink + manager.GetConfiguredGateway();
     sink = sink + static_cast<unsigned long>(manager.GetIpAssignmentMethods());
-    return g_allocations - before;
+    return AllocationCount() - before;
 }
 
-TEST(GetterAllocation, NoneWithDebugOff) {
-    const LogCapture log(log4cplus::INFO_LOG_LEVEL);
+TEST(GetterAllocation, NoneWhileDebugIsOff) {
+    const LogCapture quiet(log4cplus::INFO_LOG_LEVEL);
     EXPECT_EQ(AllocationsOfGetters(), 0U);
-    EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST(GetterAllocation, EveryGetterLogsWithDebugOn) {
-    const LogCapture log(log4cplus::DEBUG_LOG_LEVEL);
+    // With DEBUG on, the getters format their messages and the counter sees it.
+    const LogCapture verbose(log4cplus::DEBUG_LOG_LEVEL);
     EXPECT_GT(AllocationsOfGetters(), 0U);
-    EXPECT_EQ(log.Lines(), (Lines{Debug("GetConfiguredNetmask(): Value = 0"),
-                                  Debug("GetConfiguredIpAddress(): Value = 0"),
-                                  Debug("GetConfiguredGateway(): Value = 0"),
-                                  Debug("GetIpAssignmentMethods(): Value = 15")}));
 }
 
 } // namespace

@@ -1,28 +1,15 @@
-// In-process stand-ins for the two platform libraries, driven by GoogleMock.
-// A test installs the mocks it needs; without one, the connection library
-// selects interface 1 with zero values and the client factory makes no client.
+// GoogleMock doubles of the device-stack client library, for tests that set
+// expectations on each call: while a MockDeviceStackFactory lives, the
+// stand-in's factory functions hand out the clients it returns.
 #ifndef TESTS_FAKE_PLATFORM_H
 #define TESTS_FAKE_PLATFORM_H
 
-#include "VelborDeviceStackClient.h"
+#include "PlatformStandIn.h"
 
 #include <gmock/gmock.h>
 
 #include <memory>
 #include <string>
-
-class MockIpConnection {
-public:
-    static inline MockIpConnection* current = nullptr;
-    MockIpConnection() { current = this; }
-    ~MockIpConnection() { current = nullptr; }
-    MOCK_METHOD(unsigned long, DetermineNetworkInterface,
-                (const std::string& name, int index, unsigned long flags, bool specified));
-    MOCK_METHOD(unsigned long, GetCurrentIpAddress, ());
-    MOCK_METHOD(unsigned long, GetCurrentNetmask, ());
-    MOCK_METHOD(unsigned long, GetCurrentGateway, ());
-    MOCK_METHOD(void, GetMacAddress, (unsigned char* mac), (const));
-};
 
 class MockDeviceStackClient : public Velbor::IDeviceStackClient {
 public:
@@ -36,9 +23,14 @@ public:
 
 class MockDeviceStackFactory {
 public:
-    static inline MockDeviceStackFactory* current = nullptr;
-    MockDeviceStackFactory() { current = this; }
-    ~MockDeviceStackFactory() { current = nullptr; }
+    MockDeviceStackFactory() {
+        ThePlatform().factory = [this](const std::string* connection) {
+            return connection != nullptr ? CreateWith(*connection) : Create();
+        };
+    }
+    ~MockDeviceStackFactory() { ThePlatform().factory = nullptr; }
+    MockDeviceStackFactory(const MockDeviceStackFactory&) = delete;
+    MockDeviceStackFactory& operator=(const MockDeviceStackFactory&) = delete;
     MOCK_METHOD(std::unique_ptr<Velbor::IDeviceStackClient>, Create, ());
     MOCK_METHOD(std::unique_ptr<Velbor::IDeviceStackClient>, CreateWith, (const std::string&));
 };

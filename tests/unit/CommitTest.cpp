@@ -1,14 +1,9 @@
-#include "DeviceFixture.h"
-
-#include <nlohmann/json.hpp>
+#include "IpConfigTest.h"
 
 #include <map>
-#include <random>
-#include <stdexcept>
+#include <tuple>
 
 namespace {
-
-using namespace std::string_literals;
 
 std::string Request(const std::string& pairs) {
     return R"({ "command" : "SetDeviceConfig", "ipc" : "true", "deviceConfig" : { )" + pairs +
@@ -17,7 +12,7 @@ std::string Request(const std::string& pairs) {
 const std::string kDhcpRequest = Request(R"("Dhcp" : "true")");
 const std::string kStaticRequest =
     Request(R"("DefaultGateway" : "192.168.1.1", "Dhcp" : "false", "IpAddress" : "192.168.1.10", )"
-            R"("NameServer" : "192.168.1.1", "NameServer2" : "0.0.0.0", )"
+            R"("NameServer" : "192.168.1.2", "NameServer2" : "0.0.0.0", )"
             R"("SubnetMask" : "255.255.255.0")");
 
 const std::string kUpdate = "UpdateIPSettings(): ";
@@ -25,210 +20,113 @@ const LogLine kCalling = Info(kUpdate + "Calling idsc->SetDeviceConfigAsync(mapV
 const LogLine kReturned = Info(kUpdate + "Calling idsc->SetDeviceConfigAsync(mapValues) returned.");
 const Lines kUnchanged = {Debug(kUpdate + "settings unchanged.")};
 const Lines kDhcpSent = {Debug(kUpdate + "calling SetDeviceConfig with only DHCP flag..."),
-                         kCalling, kReturned,
+                         kCalling, Trace("RequestCommand(" + kDhcpRequest + ", 360)"), kReturned,
                          Debug(kUpdate + "end SetDeviceConfig with only DHCP flag.")};
-// clang-format off
-const Lines kStaticSent = {
-    Debug(kUpdate + "IpAddress = 192.168.1.10"), Debug(kUpdate + "SubnetMask = 255.255.255.0"),
-    Debug(kUpdate + "DefaultGateway = 192.168.1.1"), Debug(kUpdate + "DnsAddress1 = 192.168.1.1"),
-    Debug(kUpdate + "DnsAddress2 = 0.0.0.0"), Debug(kUpdate + "calling SetDeviceConfig..."),
-    kCalling, Debug(kUpdate + "end SetDeviceConfig."), kReturned};
-// clang-format on
+const Lines kStaticSent = {Debug(kUpdate + "IpAddress = 192.168.1.10"),
+                           Debug(kUpdate + "SubnetMask = 255.255.255.0"),
+                           Debug(kUpdate + "DefaultGateway = 192.168.1.1"),
+                           Debug(kUpdate + "DnsAddress1 = 192.168.1.2"),
+                           Debug(kUpdate + "DnsAddress2 = 0.0.0.0"),
+                           Debug(kUpdate + "calling SetDeviceConfig..."),
+                           kCalling,
+                           Trace("RequestCommand(" + kStaticRequest + ", 360)"),
+                           Debug(kUpdate + "end SetDeviceConfig."),
+                           kReturned};
 const Lines kCommitStart = {Debug("CommitConfiguration(): starting..."),
                             Debug(kUpdate + "starting...")};
-const Lines kCommitEnd = {Debug(kUpdate + "end."), Debug("CommitConfiguration(): end.")};
 
 // Device replies around the configured static settings of the fixture.
 const DeviceValues kSame = {"false",       "192.168.1.10", "255.255.255.0",
-                            "192.168.1.1", "192.168.1.1",  "0.0.0.0"};
-const DeviceValues kOnDhcp = With(kSame, 0, "true");
+                            "192.168.1.1", "192.168.1.2",  "0.0.0.0"};
+const DeviceValues kOnDhcp = {"true",        "192.168.1.10", "255.255.255.0",
+                              "192.168.1.1", "192.168.1.2",  "0.0.0.0"};
+const DeviceValues kOtherMask = {"false",       "192.168.1.10", "255.255.0.0",
+                                 "192.168.1.1", "192.168.1.2",  "0.0.0.0"};
+const DeviceValues kNoDns2 = {"false",       "192.168.1.10", "255.255.255.0",
+                              "192.168.1.1", "192.168.1.2",  nullptr};
 
-// Configures 192.168.1.10/255.255.255.0, gateway and first DNS 192.168.1.1, no
-// second DNS, then consumes the network refresh that construction leaves.
-class CommitTest : public DeviceTest {
+// Name, configured methods, readable, the device's reply and the method read
+// from it, the request sent (none if empty) and whether the client accepts it.
+using CommitCase = std::tuple<const char*, int, bool, DeviceValues, int, std::string, bool>;
+const CommitCase kCommitCases[] = {
+    {"DhcpOnDhcpDevice", 15, true, kOnDhcp, 4, "", true},
+    {"DhcpOnStaticDevice", 15, true, kSame, 1, kDhcpRequest, false},
+    {"DhcpOnUnreadableDevice", 4, false, kSame, 4, "", true},
+    {"ManualOnDhcpDevice", 1, true, kOnDhcp, 4, kStaticRequest, true},
+    {"ManualSameAsDevice", 1, true, kSame, 1, "", true},
+    {"ManualOtherMask", 1, true, kOtherMask, 1, kStaticRequest, false},
+    {"ManualDns2NotReported", 1, true, kNoDns2, 1, kStaticRequest, true},
+};
+
+// Configures 192.168.1.10/255.255.255.0, gateway 192.168.1.1, first DNS
+// 192.168.1.2, no second DNS, then consumes the selection a new object owes.
+class CommitTest : public IpConfigTest {
 protected:
     void Configure(int methods) {
         config.SetIpAssignmentMethods(methods);
         config.SetConfiguredIpAddress(3232235786UL);
         config.SetConfiguredNetmask(4294967040UL);
         config.SetConfiguredGateway(3232235777UL);
-        config.SetDNSAddress(1, 3232235777UL);
+        config.SetDNSAddress(1, 3232235778UL);
         config.GetCurrentIpAddress();
         log.Clear();
     }
 };
+class Commit : public CommitTest, public testing::WithParamInterface<CommitCase> {};
 
-// Name, configured methods, readable, the device's reply and the method read from
-// it, and the request sent (none if empty).
-using CommitCase = std::tuple<const char*, int, bool, DeviceValues, int, std::string>;
-const CommitCase kCommitCases[] = {
-    {"DhcpOnDhcpDevice", 15, true, kOnDhcp, 4, ""},
-    {"DhcpOnStaticDevice", 15, true, kSame, 1, kDhcpRequest},
-    {"DhcpAutoIpOnStaticDevice", 12, true, kSame, 1, kDhcpRequest},
-    {"DhcpOnUnreadableDevice", 4, false, kSame, 4, ""},
-    {"ManualOnDhcpDevice", 1, true, kOnDhcp, 4, kStaticRequest},
-    {"ManualOnUnreadableDevice", 1, false, kSame, 4, kStaticRequest},
-    {"ManualSameAsDevice", 1, true, kSame, 1, ""},
-    {"ManualOtherMask", 1, true, With(kSame, 2, "255.255.0.0"), 1, kStaticRequest},
-    {"ManualDns2NotReported", 1, true, With(kSame, 5, nullptr), 1, kStaticRequest},
-    {"ManualDns2Empty", 1, true, With(kSame, 5, ""), 1, kStaticRequest},
-    {"BootPSameAsDevice", 2, true, kSame, 1, ""},
-    {"AutoIpOnDhcpDevice", 8, true, kOnDhcp, 4, kStaticRequest},
-    {"NoMethodOnDhcpDevice", 0, true, kOnDhcp, 4, kStaticRequest},
-};
-
-// The second parameter is the client's answer to the request, which changes nothing.
-class CommitDecision : public CommitTest,
-                       public testing::WithParamInterface<std::tuple<CommitCase, bool>> {};
-
-TEST_P(CommitDecision, SendsAtMostOneRequestAndRefreshesTheNetwork) {
-    const auto& [name, methods, readable, device, deviceMethod, request] = std::get<0>(GetParam());
+// At most one request, the reply unexamined; the next query selects the interface.
+TEST_P(Commit, SendsWhatDiffersFromTheDeviceAndRefreshesTheNetwork) {
+    const auto& [name, methods, readable, device, deviceMethod, request, accepted] = GetParam();
     Configure(methods);
-    InSequence order;
-    MockDeviceStackClient& client = ExpectClient();
-    ExpectRead(client, ReplyText(device), readable);
-    if (!request.empty()) {
-        EXPECT_CALL(client, RequestCommand(request, testing::IsEmpty(), 360))
-            .WillOnce(Return(std::get<1>(GetParam())));
-    }
-    EXPECT_CALL(client, Destroyed());
-    EXPECT_CALL(net, DetermineNetworkInterface(_, _, _, _));
-
+    ThePlatform().deviceConfig = ReplyText(device);
+    if (!readable) ThePlatform().failing.insert(Call::GetDeviceConfig);
+    if (!accepted) ThePlatform().failing.insert(Call::RequestCommand);
     config.CommitConfiguration();
+    config.GetCurrentNetmask();
+
     const Lines& sent = request.empty()           ? kUnchanged
                         : request == kDhcpRequest ? kDhcpSent
                                                   : kStaticSent;
-    EXPECT_EQ(log.Lines(), Join({kCommitStart,
-                                 kConnectLines,
-                                 {Debug(kUpdate + "calling FetchQuarnIpSettings...")},
-                                 FetchLines(deviceMethod, readable ? &device : nullptr),
-                                 {Debug(kUpdate + "end FetchQuarnIpSettings.")},
-                                 sent,
-                                 kCommitEnd}));
-    config.GetCurrentIpAddress();
-    config.GetCurrentIpAddress();
+    EXPECT_EQ(log.Lines(),
+              Join({kCommitStart,
+                    kConnected,
+                    {Debug(kUpdate + "calling FetchQuarnIpSettings...")},
+                    FetchLines(deviceMethod, readable ? &device : nullptr),
+                    {Debug(kUpdate + "end FetchQuarnIpSettings.")},
+                    sent,
+                    {Debug(kUpdate + "end."), kDestroyed, Debug("CommitConfiguration(): end.")},
+                    Selection(Select()),
+                    {Trace("GetCurrentNetmask()")}}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, CommitDecision,
-                         testing::Combine(testing::ValuesIn(kCommitCases), testing::Bool()));
+INSTANTIATE_TEST_SUITE_P(Table, Commit, testing::ValuesIn(kCommitCases),
+                         [](const auto& info) { return std::get<0>(info.param); });
 
 TEST_F(CommitTest, WithoutClientLogsConnectFailedAndKeepsTheNetwork) {
     Configure(1);
-    ExpectNoClient();
-    EXPECT_CALL(net, DetermineNetworkInterface(_, _, _, _)).Times(0);
+    ThePlatform().failing = {Call::Create};
     config.CommitConfiguration();
-    EXPECT_EQ(
-        log.Lines(),
-        Join({kCommitStart, kNoClientLines, {Error(kUpdate + "Connect failed.")}, kCommitEnd}));
-    config.GetCurrentIpAddress();
+    config.GetCurrentNetmask();
+    EXPECT_EQ(log.Lines(),
+              Join({kCommitStart,
+                    kNoClient,
+                    {Error(kUpdate + "Connect failed."), Debug(kUpdate + "end."),
+                     Debug("CommitConfiguration(): end."), Trace("GetCurrentNetmask()")}}));
 }
 
-TEST_F(CommitTest, ClientExceptionsReachTheHostAfterTheClientIsDestroyed) {
-    Configure(1);
-    const auto gone = testing::Throw(std::runtime_error("service gone"));
-    for (int step = 0; step < 3; ++step) {
-        InSequence order;
-        MockDeviceStackClient& client = step == 0 ? ExpectClient(gone) : ExpectClient();
-        if (step == 1) EXPECT_CALL(client, GetDeviceConfig(_, 1)).WillOnce(gone);
-        if (step == 2) {
-            ExpectRead(client, ReplyText(kOnDhcp));
-            EXPECT_CALL(client, RequestCommand(kStaticRequest, _, 360)).WillOnce(gone);
-        }
-        EXPECT_CALL(client, Destroyed());
-        EXPECT_THROW(config.CommitConfiguration(), std::runtime_error) << step;
-    }
-}
-
-TEST(Sanitize, KeepsEveryByteButControlsQuoteAndBackslash) {
-    std::string all, kept;
-    for (int byte = 0; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
-    for (char c : all.substr(0x20)) {
-        if (c != '"' && c != '\\') kept.push_back(c);
-    }
-    EXPECT_EQ(SanitizeConfigText(all), kept);
-}
-
-// Sends `values` through a client that answers `accepted`; the client must see
-// exactly one request with an empty reply and 360, and nothing may be logged.
-using Map = std::map<std::string, std::string>;
-std::pair<bool, std::string> Send(const Map& values, bool accepted = true) {
-    auto* client = new testing::StrictMock<MockDeviceStackClient>;
-    const ClientPtr idsc(client);
-    std::string request;
-    InSequence order;
-    EXPECT_CALL(*client, RequestCommand(_, testing::IsEmpty(), 360))
-        .WillOnce(testing::DoAll(testing::SaveArg<0>(&request), Return(accepted)));
-    EXPECT_CALL(*client, Destroyed());
-    LogCapture log;
-    const bool result = SetDeviceConfigAsync(idsc, values);
-    EXPECT_TRUE(log.Lines().empty());
-    return {result, request};
-}
-
-class RequestText : public testing::TestWithParam<std::pair<Map, std::string>> {};
-
-TEST_P(RequestText, IsOneLineOfSanitizedPairsInMapOrder) {
-    EXPECT_EQ(Send(GetParam().first).second, GetParam().second);
-}
-
-// clang-format off
-const std::pair<Map, std::string> kRequestCases[] = {
-    {{{"DefaultGateway", "192.168.1.1"}, {"Dhcp", "false"}, {"IpAddress", "192.168.1.10"},
-      {"NameServer", "192.168.1.1"}, {"NameServer2", "0.0.0.0"}, {"SubnetMask", "255.255.255.0"}},
-     kStaticRequest},
-    {{{"Dhcp", "true"}}, kDhcpRequest},
-    {{}, Request("")},
-    {{{"Name", "a\"b"}}, Request(R"("Name" : "ab")")},
-    {{{"Na\\me", "a\tb\n"}}, Request(R"("Name" : "ab")")},
-    {{{"Name", "\t\n\r\0\x1f"s}}, Request(R"("Name" : "")")},
-    {{{"Name", "\x7f\xc3\xbc"}}, Request("\"Name\" : \"\x7f\xc3\xbc\"")},
-    {{{"IpAddress", "1"}, {"I\tpAddress", "2"}},
-     Request(R"("IpAddress" : "2", "IpAddress" : "1")")},
-};
-// clang-format on
-INSTANTIATE_TEST_SUITE_P(Examples, RequestText, testing::ValuesIn(kRequestCases));
-
-TEST(RequestText, ReturnsTheClientsResult) {
-    EXPECT_TRUE(Send({{"Dhcp", "true"}}, true).first);
-    EXPECT_FALSE(Send({{"Dhcp", "true"}}, false).first);
-}
-
-// Random texts of dropped characters, ASCII bytes and UTF-8 letters: the request
-// parses as JSON and its object carries the sanitized pairs in map order.
-TEST(RequestText, ParsesAsJsonCarryingTheSanitizedPairsInMapOrder) {
-    // clang-format off
-    const std::string pieces[] = {"\0"s, "\"", "\\", "\t", "\x7f", ":", ",", "{", "}", " ",
-                                  "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"};
-    // clang-format on
-    std::mt19937 random(20240611);
-    const auto text = [&] {
-        std::string t;
-        for (auto n = random() % 9; n > 0; --n) {
-            t += random() % 3 ? pieces[random() % std::size(pieces)]
-                              : std::string(1, char(random() % 128));
-        }
-        return t;
-    };
-    using Json = nlohmann::json;
-    for (int round = 0; round < 1500; ++round) {
-        Map values;
-        for (auto n = random() % 7; n > 0; --n) values[text()] = text();
-        std::vector<std::pair<std::string, std::string>> expected, nested;
-        for (const auto& [key, value] : values) {
-            expected.emplace_back(SanitizeConfigText(key), SanitizeConfigText(value));
-        }
-        const auto collect = [&nested](int depth, Json::parse_event_t event, Json& parsed) {
-            if (depth != 2) return true;
-            if (event == Json::parse_event_t::key)
-                nested.emplace_back(parsed.get<std::string>(), "");
-            if (event == Json::parse_event_t::value)
-                nested.back().second = parsed.get<std::string>();
-            return true;
-        };
-        const std::string request = Send(values).second;
-        ASSERT_NO_THROW(Json::parse(request, collect)) << request;
-        ASSERT_EQ(nested, expected) << request;
-    }
+// The pairs in map order without control characters, quotes and backslashes
+// (keys that differ only in those stay two entries), and the client's result.
+TEST(RequestText, CarriesTheSanitizedPairsAndReturnsTheClientsResult) {
+    using Map = std::map<std::string, std::string>;
+    ThePlatform() = Platform();
+    const auto client = Velbor::CreateDeviceStackClient();
+    EXPECT_TRUE(SetDeviceConfigAsync(client, {}));
+    EXPECT_TRUE(SetDeviceConfigAsync(client, Map{{"Na\\me", "a\"b\tc\n d\x7f\xc3\xbc"}}));
+    ThePlatform().failing = {Call::RequestCommand};
+    EXPECT_FALSE(SetDeviceConfigAsync(client, Map{{"IpAddress", "1"}, {"I\tpAddress", "2"}}));
+    EXPECT_EQ(ThePlatform().requests,
+              (std::vector<std::string>{Request(""), Request("\"Name\" : \"abc d\x7f\xc3\xbc\""),
+                                        Request(R"("IpAddress" : "2", "IpAddress" : "1")")}));
 }
 
 } // namespace

@@ -1,0 +1,101 @@
+#include "IpConfigTest.h"
+
+#include <gmock/gmock.h>
+
+#include <climits>
+#include <tuple>
+
+namespace {
+
+// Init's properties, and the name, index and "specified" flag of the interface
+// selection; each Init follows one that named another interface.
+using PropertiesCase = std::tuple<ConfigPropertyMap, std::string, int, bool>;
+class InitProperties : public IpConfigTest, public testing::WithParamInterface<PropertiesCase> {};
+
+TEST_P(InitProperties, SelectTheInterface) {
+    const auto& [properties, name, index, specified] = GetParam();
+    ThePlatform().failing = {Call::Create};
+    config.Init({{"interfaceIndex", "5"}, {"interfaceName", "eth9"}});
+    log.Clear();
+    EXPECT_TRUE(config.Init(properties));
+    EXPECT_THAT(log.Lines(), testing::Contains(Select(name, index, specified)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Properties, InitProperties,
+    testing::Values(PropertiesCase{{}, "", 0, false},
+                    PropertiesCase{{{"interfaceIndex", "3"}}, "", 3, true},
+                    PropertiesCase{{{"interfaceName", "wlan1"}}, "wlan1", 0, true},
+                    PropertiesCase{{{"interfaceIndex", "-2"}}, "", -2, false},
+                    PropertiesCase{{{"interfaceIndex", "12x"}}, "", 12, true},
+                    PropertiesCase{{{"interfaceIndex", "99999999999"}}, "", INT_MAX, true},
+                    PropertiesCase{{{"InterfaceIndex", "5"}, {"name", "eth9"}}, "", 0, false}));
+
+// A query selects the interface on a new object; Init selects it and applies
+// the device's settings, the client gone before it returns; the first query
+// after Init selects once more without reading the device, later ones do not.
+TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
+    ThePlatform().deviceConfig = ReplyText(kExampleValues);
+    EXPECT_EQ(config.GetCurrentGateway(), 0xC0A80101UL);
+    EXPECT_TRUE(config.Init({{"interfaceIndex", "2"}, {"interfaceName", "eth1"}}));
+    EXPECT_EQ(config.GetCurrentIpAddress(), 0xC0A8010AUL);
+    EXPECT_EQ(config.GetCurrentNetmask(), 0xFFFFFF00UL);
+    EXPECT_EQ(config.GetIpAssignmentMethods(), 1);
+
+    const Lines deviceRead = Join({kConnected,
+                                   FetchLines(1, &kExampleValues),
+                                   AppliedLines(31, kExampleAddresses),
+                                   {kDestroyed}});
+    EXPECT_EQ(log.Lines(), Join({Selection(Select()),
+                                 {Trace("GetCurrentGateway()"), Info("Init(): starting...")},
+                                 Selection(Select("eth1", 2, true), deviceRead),
+                                 {Debug("Init(): end.")},
+                                 Selection(Select("eth1", 2, true)),
+                                 {Trace("GetCurrentIpAddress()"), Trace("GetCurrentNetmask()"),
+                                  Debug("GetIpAssignmentMethods(): Value = 1")}}));
+}
+
+// Only a positive method from the device replaces the configured methods.
+TEST_F(IpConfigTest, InitKeepsTheMethodsWithoutAClientAndTakesDhcpFromAnUnreadableDevice) {
+    for (const auto& [failing, methods] :
+         {std::pair(Call::Create, 15), {Call::GetDeviceConfig, 4}}) {
+        ThePlatform().failing = {failing};
+        config.Init({});
+        EXPECT_EQ(config.GetIpAssignmentMethods(), methods);
+    }
+}
+
+TEST_F(IpConfigTest, OnlyNoInterfaceFailsTheSelection) {
+    KnxStack::Ip::IpConnectionInfo unused;
+    for (const unsigned long selected : {KnxStack::Ip::IpConnectionInfo::NoInterface, 0UL, 2UL}) {
+        ThePlatform().interfaceId = selected;
+        EXPECT_EQ(config.InitNetwork(unused, false), selected != 0xFFFFFFFFUL) << selected;
+    }
+}
+
+// The object's own virtual operations, which selection and the device read go through.
+class Spy : public DscKnxIpConfig {
+public:
+    MOCK_METHOD(void, GetMacAddress, (unsigned char*), (override));
+    MOCK_METHOD(void, SetConfiguredIpAddress, (unsigned long), (override));
+    MOCK_METHOD(void, SetConfiguredNetmask, (unsigned long), (override));
+    MOCK_METHOD(void, SetConfiguredGateway, (unsigned long), (override));
+    MOCK_METHOD(void, SetDNSAddress, (unsigned int, unsigned long), (override));
+};
+
+TEST_F(IpConfigTest, SelectionAndDeviceReadUseTheVirtualOperations) {
+    ThePlatform().deviceConfig = ReplyText(kExampleValues);
+    testing::StrictMock<Spy> spy;
+    const testing::InSequence order;
+    EXPECT_CALL(spy, GetMacAddress(testing::_));
+    EXPECT_CALL(spy, SetConfiguredIpAddress(kExampleAddresses[0]));
+    EXPECT_CALL(spy, SetConfiguredNetmask(kExampleAddresses[1]));
+    EXPECT_CALL(spy, SetConfiguredGateway(kExampleAddresses[2]));
+    EXPECT_CALL(spy, SetDNSAddress(1, kExampleAddresses[3]));
+    EXPECT_CALL(spy, SetDNSAddress(2, kExampleAddresses[4]));
+    EXPECT_CALL(spy, GetMacAddress(testing::_));
+    spy.Init({});
+    spy.GetCurrentIpAddress();
+}
+
+} // namespace
