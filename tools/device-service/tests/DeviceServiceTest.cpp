@@ -55,6 +55,11 @@ std::string FileBytes(const std::string& path) {
     return Shell("cat " + path + " 2>/dev/null");
 }
 
+std::string TemporaryDirectory() {
+    char pattern[] = "/tmp/device-service-XXXXXX";
+    return mkdtemp(pattern);
+}
+
 int ExitStatus(pid_t child) {
     int status = -1;
     waitpid(child, &status, 0);
@@ -63,13 +68,6 @@ int ExitStatus(pid_t child) {
 
 class DeviceServiceTest : public testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/device-service-XXXXXX";
-        m_dir = mkdtemp(pattern);
-        m_socket = m_dir + "/service.sock";
-        m_state = m_dir + "/state/state.json";
-    }
-
     void TearDown() override {
         if (m_pid > 0) Stop(SIGKILL);
         fs::remove_all(m_dir);
@@ -121,7 +119,8 @@ protected:
         return ExitStatus(child) == 0;
     }
 
-    std::string m_dir, m_socket, m_state;
+    std::string m_dir = TemporaryDirectory(), m_socket = m_dir + "/service.sock",
+                m_state = m_dir + "/state/state.json";
     pid_t m_pid = 0;
 };
 
