@@ -14,9 +14,7 @@ namespace {
 class ClientTest : public testing::Test {
 protected:
     void TearDown() override {
-        if (m_peer.joinable()) {
-            m_peer.join();
-        }
+        if (m_peer.joinable()) m_peer.join();
         close(m_listener);
         unlink(m_path.c_str());
     }
@@ -29,9 +27,7 @@ protected:
             std::string answer;
             for (const std::string& reply : replies) {
                 const std::string request = Exchange(fd, answer);
-                if (request.front() == '<') { // closed or silent
-                    break;
-                }
+                if (request.front() == '<') break; // closed or silent
                 m_requests.push_back(request);
                 answer = reply;
             }
