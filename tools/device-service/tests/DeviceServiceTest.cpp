@@ -14,6 +14,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -79,9 +80,9 @@ protected:
         prefix.insert(prefix.end(),
                       {DEVICE_SERVICE_PATH, "--socket", m_socket, "--state", m_state});
         prefix.insert(prefix.end(), options.begin(), options.end());
-        std::vector<char*> argv;
-        for (std::string& argument : prefix) argv.push_back(argument.data());
-        argv.push_back(nullptr);
+        std::vector<char*> argv(prefix.size() + 1); // ends in a null pointer
+        std::transform(prefix.begin(), prefix.end(), argv.begin(),
+                       [](std::string& argument) { return argument.data(); });
         if ((m_pid = fork()) == 0) {
             dup2(open((m_dir + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644), 2);
             execvp(argv[0], argv.data());
