@@ -14,6 +14,7 @@
 
 using KnxStack::Ip::IpConnectionInfo;
 using Mac = std::array<unsigned char, 6>;
+using Values = std::array<unsigned long, 3>; // address, netmask, gateway
 
 namespace {
 
@@ -27,6 +28,10 @@ bool Ip(const std::string& arguments) {
     return std::system(("ip " + arguments).c_str()) == 0;
 }
 
+Values Current(IpConnectionInfo& info) {
+    return {info.GetCurrentIpAddress(), info.GetCurrentNetmask(), info.GetCurrentGateway()};
+}
+
 class IpConnectionInfoTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -35,65 +40,43 @@ protected:
     IpConnectionInfo info;
 };
 
-TEST_F(IpConnectionInfoTest, SelectsInterface) {
+// Selects an interface as each case says, then reads its values.
+TEST_F(IpConnectionInfoTest, SelectsInterfaceAndReportsItsValues) {
+    const Values a{0x0A4D0102, 0xFFFFFF00, 0x0A4D0101}, b{0x0A4D0202, 0xFFFFFF00, 0x0A4D0201},
+        c0{0x0A4D0302, 0xFFFFFF00, 0}, a1{0x0A4D0402, 0xFFFFFFFF, 0}, lo{0x7F000001, 0xFF000000, 0},
+        none{0, 0, 0};
     struct {
         const char *name, *indexOf; // indexOf: interface whose index is passed, else `index`
         int index;
         bool specified;
         const char* expected; // null: none fits
+        Values values;
     } const cases[] = {
-        {"", "knxb0", 0, true, "knxb0"},        {"knxa0", "knxb0", 0, true, "knxb0"},
-        {"knxb0", nullptr, 0, true, "knxb0"},   {"knxc0", nullptr, -1, true, "knxc0"},
-        {"knxb0", nullptr, 0, false, "knxa0"},  {"", nullptr, 9999, true, nullptr},
-        {"nosuch0", nullptr, 0, true, nullptr}, {"", nullptr, 0, true, nullptr},
+        {"", "knxb0", 0, true, "knxb0", b},       {"knxa0", "knxb0", 0, true, "knxb0", b},
+        {"knxb0", nullptr, 0, true, "knxb0", b},  {"knxc0", nullptr, -1, true, "knxc0", c0},
+        {"knxb0", nullptr, 0, false, "knxa0", a}, {"knxa1", nullptr, 0, true, "knxa1", a1},
+        {"lo", nullptr, 0, true, "lo", lo},       {"knxc1", nullptr, 0, true, "knxc1", none},
+        {"", nullptr, 9999, true, nullptr, none}, {"nosuch0", nullptr, 0, true, nullptr, none},
+        {"", nullptr, 0, true, nullptr, none},
     };
     for (const auto& c : cases) {
         const int index = c.indexOf ? static_cast<int>(Index(c.indexOf)) : c.index;
-        EXPECT_EQ(info.DetermineNetworkInterface(c.name, index, 0, c.specified), Index(c.expected))
-            << c.name << " " << index << " " << c.specified;
+        SCOPED_TRACE(std::string(c.name) + " " + std::to_string(index) + " " +
+                     std::to_string(c.specified));
+        EXPECT_EQ(info.DetermineNetworkInterface(c.name, index, 0, c.specified), Index(c.expected));
+        EXPECT_EQ(Current(info), c.values);
     }
-}
-
-TEST_F(IpConnectionInfoTest, ReportsValuesOfSelectedInterface) {
-    struct {
-        const char* name;
-        unsigned long address, netmask, gateway;
-    } const cases[] = {{"knxa0", 0x0A4D0102, 0xFFFFFF00, 0x0A4D0101},
-                       {"knxb0", 0x0A4D0202, 0xFFFFFF00, 0x0A4D0201},
-                       {"knxa1", 0x0A4D0402, 0xFFFFFFFF, 0},
-                       {"lo", 0x7F000001, 0xFF000000, 0},
-                       {"knxc1", 0, 0, 0},
-                       {"nosuch0", 0, 0, 0}};
-    for (const auto& c : cases) {
-        info.DetermineNetworkInterface(c.name, 0, 0, true);
-        EXPECT_EQ(info.GetCurrentIpAddress(), c.address) << c.name;
-        EXPECT_EQ(info.GetCurrentNetmask(), c.netmask) << c.name;
-        EXPECT_EQ(info.GetCurrentGateway(), c.gateway) << c.name;
-    }
-}
-
-TEST_F(IpConnectionInfoTest, ReportsMacOfSelectedInterfaceOrZeros) {
     Mac mac;
     mac.fill(0xAA);
-    info.GetMacAddress(mac.data());
+    info.GetMacAddress(mac.data()); // none selected
     EXPECT_EQ(mac, Mac{});
-    info.DetermineNetworkInterface("knxa0", 0, 0, true);
-    info.GetMacAddress(mac.data());
-    EXPECT_EQ(mac, (Mac{0x02, 0x4b, 0x4e, 0x58, 0x00, 0x01}));
 }
 
+// Without a default route: the lowest-numbered interface that is up, not
+// loopback and has IPv4. knxc0 comes first but is down; its 300 addresses make
+// the address dump longer than one read, so knxb0 is found in a later batch.
 TEST_F(IpConnectionInfoTest, WithoutDefaultRouteTakesLowestUpNonLoopbackWithIpv4) {
-    ASSERT_LT(Index("knxc0"), Index("knxb0")); // down, yet first with IPv4
-    ASSERT_TRUE(Ip("route flush exact 0/0"));
-    const unsigned long selected = info.DetermineNetworkInterface("", 0, 0, false);
-    ASSERT_TRUE(
-        Ip("route add default via 10.77.1.1 && ip route add default via 10.77.2.1 metric 100"));
-    EXPECT_EQ(selected, Index("knxb0"));
-}
-
-// 300 addresses on the first interface make the address dump longer than one
-// read, so the usable interface is found only in a later batch.
-TEST_F(IpConnectionInfoTest, ReadsDumpsLongerThanOneRead) {
+    ASSERT_LT(Index("knxc0"), Index("knxb0"));
     ASSERT_TRUE(Ip("route flush exact 0/0"));
     const bool added = std::system(
                            "for i in $(seq 300); do echo addr add 10.79.$((i / 200)).$((i % "
@@ -106,20 +89,20 @@ TEST_F(IpConnectionInfoTest, ReadsDumpsLongerThanOneRead) {
     EXPECT_EQ(selected, Index("knxb0"));
 }
 
-TEST_F(IpConnectionInfoTest, SeesChangedValuesAtNextQuery) {
+TEST_F(IpConnectionInfoTest, ReportsMacAndSeesChangedValuesAtNextQuery) {
     info.DetermineNetworkInterface("knxa0", 0, 0, true);
+    Mac mac;
+    info.GetMacAddress(mac.data());
+    EXPECT_EQ(mac, (Mac{0x02, 0x4b, 0x4e, 0x58, 0x00, 0x01}));
     ASSERT_EQ(info.GetCurrentIpAddress(), 0x0A4D0102UL);
     ASSERT_TRUE(
         Ip("addr add 10.77.1.9/25 dev knxa0 && ip addr del 10.77.1.2/24 dev knxa0 && "
            "ip route replace default via 10.77.1.7"));
-    const unsigned long values[] = {info.GetCurrentIpAddress(), info.GetCurrentNetmask(),
-                                    info.GetCurrentGateway()};
+    const Values values = Current(info);
     ASSERT_TRUE(
         Ip("addr add 10.77.1.2/24 dev knxa0 && ip addr del 10.77.1.9/25 dev knxa0 && "
            "ip route replace default via 10.77.1.1"));
-    EXPECT_EQ(values[0], 0x0A4D0109UL);
-    EXPECT_EQ(values[1], 0xFFFFFF80UL);
-    EXPECT_EQ(values[2], 0x0A4D0107UL);
+    EXPECT_EQ(values, (Values{0x0A4D0109, 0xFFFFFF80, 0x0A4D0107}));
 }
 
 TEST_F(IpConnectionInfoTest, FindsNoneWhereOnlyLoopbackExists) {

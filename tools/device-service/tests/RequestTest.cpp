@@ -20,25 +20,26 @@ std::string SetConfig(const std::string& config) {
                    config + " }");
 }
 
-TEST(ParseRequest, RefusesMalformedMessages) {
-    const std::string bad[] = {
-        "",
-        R"({"op":"launch"})",
-        R"({"op":"register","name":"","type":"field","protocol":"KNX"})",
-        R"({"op":"getConfig","flags":"1"})",
-        R"({"op":"command","request":{"command":"Restart","type":"x"}})",
-        Command(R"({ "command" : )"),
-        Command(R"({"command":"Reboot"})"),
-        SetConfig("[]"),
-        SetConfig(R"({ "Hostname" : "knx" })"),
-        SetConfig(R"({ "Dhcp" : true })"),
-        SetConfig(R"({ "Dhcp" : "TRUE" })"),
-        SetConfig(R"({ "SubnetMask" : "255.0.255.0" })"),
+TEST(ParseRequest, RefusesMalformedMessagesSayingWhy) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"", "[json.exception.parse_error."},
+        {R"({"op":"launch"})", "unknown operation launch"},
+        {R"({"op":"register","name":"","type":"field","protocol":"KNX"})",
+         "empty application name"},
+        {R"({"op":"getConfig","flags":"1"})", "flags must be an integer"},
+        {R"({"op":"command","request":{"command":"Restart"}})", "[json.exception.type_error."},
+        {Command(R"({ "command" : )"), "[json.exception.parse_error."},
+        {Command(R"({"command":"Reboot"})"), "unknown command Reboot"},
+        {SetConfig("[]"), "deviceConfig must be an object"},
+        {SetConfig(R"({ "Hostname" : "knx" })"), "unknown setting Hostname"},
+        {SetConfig(R"({ "Dhcp" : true })"), "Dhcp must be a string"},
+        {SetConfig(R"({ "Dhcp" : "TRUE" })"), R"(Dhcp must be "true" or "false")"},
+        {SetConfig(R"({ "SubnetMask" : "255.0.255.0" })"), "SubnetMask is not a contiguous mask"},
     };
-    for (const std::string& body : bad) {
+    for (const auto& [body, error] : cases) {
         const Result<Request> request = ParseRequest(body);
         ASSERT_FALSE(request) << body;
-        EXPECT_FALSE(request.error().empty()) << body;
+        EXPECT_EQ(request.error().rfind(error, 0), 0u) << body << ": " << request.error();
     }
 }
 
@@ -63,11 +64,9 @@ TEST(StateText, RoundTripsAndNamesTheFieldAtFault) {
         {R"({"settings":{"NameServer2":null}})", "settings: NameServer2 is missing"},
         {R"({"settings":{"IpAddress":"10.0.0"}})",
          "settings: IpAddress is not a dotted IPv4 address"},
-        {R"({"settings":{"SubnetMask":0}})", "settings: SubnetMask must be a string"},
         {R"({"restartCount":-1})", count},
         {R"({"restartCount":2.75})", count},
         {R"({"restartCount":18446744073709551616})", count},
-        {R"({"restartCount":"1"})", count},
     };
     for (const auto& [patch, error] : cases) {
         EXPECT_EQ(StateError(patch), error) << patch;
