@@ -66,6 +66,8 @@ The DscKnxIpConfig add-on, which a KNX stack host loads from
 the device's IP settings through the device's system service, and deletes the
 application data and restarts the device on a KNX factory reset.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
+# The device service runs dhcpcd when it applies DHCP to an interface.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS dhcpcd-base)
 # The shared library cache is refreshed through dpkg's ldconfig trigger.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${debian_dir}/triggers ${PROJECT_BINARY_DIR}/shlibs)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

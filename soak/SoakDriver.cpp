@@ -196,10 +196,13 @@ bool CommitCycle(Addon& addon, long cycle) {
 }
 
 // One factory reset of freshly made application data; true when it was deleted.
+// The restart it asks for is a plain one: a "FactoryReset" restart would return
+// the device's settings to their factory values under the commit cycles' feet.
 bool FactoryResetCycle(Addon& addon, const fs::path& data) {
     fs::create_directories(data / "sub");
     std::ofstream(data / "sub" / "settings") << "application data";
-    Take(addon.CreateFactoryReset({{"applicationData", data.string()}}))->OnFactoryReset();
+    Take(addon.CreateFactoryReset({{"applicationData", data.string()}, {"restartType", "Reboot"}}))
+        ->OnFactoryReset();
     return !fs::exists(data);
 }
 

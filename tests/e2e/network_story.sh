@@ -7,10 +7,12 @@
 # every step to one end of a veth pair in a namespace of its own; dnsmasq
 # serves DHCP and DNS on the other end.
 # Usage: tests/e2e/network_story.sh [HOST DEVICE_SERVICE]
-# Without arguments it builds both programs with the default preset first.
+# Without arguments it installs what it needs and builds both programs with the
+# default preset first.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 if [ $# -eq 0 ]; then
+  scripts/install-deps
   cmake --preset default >/dev/null
   cmake --build --preset default --target knx-addon-host velbor-device-service -j "$(nproc)" >/dev/null
   set -- build/default/tools/knx-addon-host/knx-addon-host \
