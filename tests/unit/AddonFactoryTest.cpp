@@ -8,43 +8,34 @@
 
 namespace {
 
+using namespace Logged;
 using IpConfig = KnxStack::IIpConfigurationManager;
 using Reset = KnxStack::IFactoryResetManager;
 
-// A class name, and whether each of the two factories makes an object of it;
-// the out pointer keeps its value when nothing is made.
-class CreateByName : public testing::TestWithParam<std::tuple<const char*, bool, bool>> {};
-
-TEST_P(CreateByName, CreatesOnlyOnTheExactName) {
-    const auto [name, ipCreated, resetCreated] = GetParam();
-    IpConfig* const oldIp = reinterpret_cast<IpConfig*>(0x10);
-    Reset* const oldReset = reinterpret_cast<Reset*>(0x20);
-    IpConfig* ip = oldIp;
-    Reset* reset = oldReset;
+// Each factory makes an object only for its exact class name; the out pointer
+// keeps its value when nothing is made, and a null one is refused.
+TEST(AddonFactory, CreatesOnlyOnTheExactNameAndRefusesANullOutPointer) {
+    AddonFactory& factory = *AddonFactory::Instance();
+    for (const auto& [name, ipMade, resetMade] : {std::tuple("DscKnxIpConfig", true, false),
+                                                  {"FactoryResetManager", false, true},
+                                                  {"dscknxipconfig", false, false},
+                                                  {"DscKnxIpConfig ", false, false},
+                                                  {"", false, false}}) {
+        IpConfig* ip = reinterpret_cast<IpConfig*>(0x10);
+        Reset* reset = reinterpret_cast<Reset*>(0x20);
+        LogCapture log;
+        EXPECT_EQ(factory.Create(name, &ip), ipMade) << name;
+        EXPECT_EQ(factory.Create(name, &reset), resetMade) << name;
+        const std::unique_ptr<IpConfig> ownedIp(ipMade ? ip : nullptr);
+        const std::unique_ptr<Reset> ownedReset(resetMade ? reset : nullptr);
+        EXPECT_EQ(ip == reinterpret_cast<IpConfig*>(0x10), !ipMade) << name;
+        EXPECT_EQ(reset == reinterpret_cast<Reset*>(0x20), !resetMade) << name;
+        const Lines create = {Debug("Create() ..."), Debug("Create(): end.")};
+        EXPECT_EQ(log.Lines(), Join({create, create})) << name;
+    }
     LogCapture log;
-    EXPECT_EQ(AddonFactory::Instance()->Create(name, &ip), ipCreated);
-    EXPECT_EQ(AddonFactory::Instance()->Create(name, &reset), resetCreated);
-    const std::unique_ptr<IpConfig> ownedIp(ipCreated ? ip : nullptr);
-    const std::unique_ptr<Reset> ownedReset(resetCreated ? reset : nullptr);
-    EXPECT_EQ(ip == oldIp, !ipCreated);
-    EXPECT_EQ(reset == oldReset, !resetCreated);
-    const Lines create = {Debug("Create() ..."), Debug("Create(): end.")};
-    EXPECT_EQ(log.Lines(), Join({create, create}));
-}
-
-INSTANTIATE_TEST_SUITE_P(ClassNames, CreateByName,
-                         testing::Values(std::tuple("DscKnxIpConfig", true, false),
-                                         std::tuple("FactoryResetManager", false, true),
-                                         std::tuple("dscknxipconfig", false, false),
-                                         std::tuple("DscKnxIpConfig ", false, false),
-                                         std::tuple("", false, false)));
-
-TEST(AddonFactory, NullOutPointerIsRefusedWithAnError) {
-    LogCapture log;
-    EXPECT_FALSE(
-        AddonFactory::Instance()->Create("DscKnxIpConfig", static_cast<IpConfig**>(nullptr)));
-    EXPECT_FALSE(
-        AddonFactory::Instance()->Create("FactoryResetManager", static_cast<Reset**>(nullptr)));
+    EXPECT_FALSE(factory.Create("DscKnxIpConfig", static_cast<IpConfig**>(nullptr)));
+    EXPECT_FALSE(factory.Create("FactoryResetManager", static_cast<Reset**>(nullptr)));
     const Lines refused = {Debug("Create() ..."), Error("Create(): null pointer as argument.")};
     EXPECT_EQ(log.Lines(), Join({refused, refused}));
 }

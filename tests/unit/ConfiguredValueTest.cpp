@@ -1,5 +1,6 @@
 #include "IpConfigTest.h"
 
+#include <climits>
 #include <stdexcept>
 #include <tuple>
 
@@ -88,12 +89,15 @@ TEST_F(IpConfigTest, ConfiguredValuesAreStoredAsThirtyTwoBitsUnchecked) {
     config.SetIpAssignmentMethods(-1);
     config.SetDNSAddress(1, k2To32 + 11);
     config.SetDNSAddress(2, 22);
-    EXPECT_EQ(config.GetConfiguredIpAddress(), 3232235786UL);
-    EXPECT_EQ(config.GetConfiguredNetmask(), 4294967295UL);
-    EXPECT_EQ(config.GetConfiguredGateway(), 3232235777UL);
-    EXPECT_EQ(config.GetIpAssignmentMethods(), -1);
-    EXPECT_EQ(config.GetDNSAddress(1), 11UL);
-    EXPECT_EQ(config.GetDNSAddress(2), 22UL);
+    const std::vector<unsigned long> got = {
+        config.GetConfiguredIpAddress(),
+        config.GetConfiguredNetmask(),
+        config.GetConfiguredGateway(),
+        static_cast<unsigned long>(config.GetIpAssignmentMethods()),
+        config.GetDNSAddress(1),
+        config.GetDNSAddress(2)};
+    EXPECT_EQ(got,
+              (std::vector<unsigned long>{3232235786, 4294967295, 3232235777, ULONG_MAX, 11, 22}));
 
     EXPECT_EQ(log.Lines(), Join({SetterLines("SetConfiguredIpAddress", 3232235786),
                                  SetterLines("SetConfiguredNetmask", 4294967295),

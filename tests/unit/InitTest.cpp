@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <climits>
+#include <set>
 #include <tuple>
 
 namespace {
@@ -55,15 +56,46 @@ TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
                                   Debug("GetIpAssignmentMethods(): Value = 1")}}));
 }
 
-// Only a positive method from the device replaces the configured methods.
-TEST_F(IpConfigTest, InitKeepsTheMethodsWithoutAClientAndTakesDhcpFromAnUnreadableDevice) {
-    for (const auto& [failing, methods] :
-         {std::pair(Call::Create, 15), {Call::GetDeviceConfig, 4}}) {
-        ThePlatform().failing = {failing};
-        config.Init({});
-        EXPECT_EQ(config.GetIpAssignmentMethods(), methods);
-    }
+// Name, the failing calls, the reply's values, and the method, valid fields
+// and addresses read; Init applies the valid fields and a positive method.
+using ReadCase =
+    std::tuple<const char*, std::set<Call>, DeviceValues, int, std::uint32_t, Addresses>;
+const ReadCase kReadCases[] = {
+    {"DhcpOnly", {}, {"true"}, 4, 0, {}},
+    {"Unreadable", {Call::GetDeviceConfig}, kExampleValues, 4, 0, {}},
+    {"NoClient", {Call::Create}, kExampleValues, 0, 0, {}},
+    {"CapitalTrue", {}, {"True"}, 1, 0, {}},
+    {"EmptyAddress", {}, {nullptr, "", "255.0.0.0"}, 4, 2, {0, 4278190080}},
+    {"OnlySecondDns", {}, {"no", 0, 0, 0, 0, "10.0.0.2"}, 1, 16, {0, 0, 0, 0, 167772162}},
+};
+
+class DeviceRead : public IpConfigTest, public testing::WithParamInterface<ReadCase> {};
+
+TEST_P(DeviceRead, InitAppliesTheReportedFieldsAndAPositiveMethod) {
+    const auto& [name, failing, scanned, method, validFields, addresses] = GetParam();
+    ThePlatform().deviceConfig = ReplyText(scanned);
+    ThePlatform().failing = failing;
+    config.Init({});
+    const int methods = method > 0 ? method : 15;
+    EXPECT_EQ(config.GetIpAssignmentMethods(), methods);
+    const Lines noClient = {Debug("FetchQuarnIpSettings(): starting..."),
+                            Error("FetchQuarnIpSettings(): No device stack client exists.")};
+    const bool readable = failing.empty();
+    const Lines read = failing.count(Call::Create)
+                           ? Join({kNoClient, noClient})
+                           : Join({kConnected,
+                                   FetchLines(method, readable ? &scanned : nullptr),
+                                   AppliedLines(validFields, addresses),
+                                   {kDestroyed}});
+    EXPECT_EQ(log.Lines(),
+              Join({{Info("Init(): starting...")},
+                    Selection(Select(), read),
+                    {Debug("Init(): end."),
+                     Debug("GetIpAssignmentMethods(): Value = " + std::to_string(methods))}}));
 }
+
+INSTANTIATE_TEST_SUITE_P(Replies, DeviceRead, testing::ValuesIn(kReadCases),
+                         [](const auto& info) { return std::get<0>(info.param); });
 
 TEST_F(IpConfigTest, OnlyNoInterfaceFailsTheSelection) {
     KnxStack::Ip::IpConnectionInfo unused;

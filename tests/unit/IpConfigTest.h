@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <string>
 
+using namespace Logged;
+
 // Each test starts on the default platform; afterwards every message of the
 // add-on must carry its logger, its source file and a function of the
 // operation that the message names.
