@@ -36,27 +36,17 @@ protected:
         DscKnxIpConfig ip;
         FactoryResetManager reset;
         unsigned char mac[6];
+        // clang-format off
         const std::function<void()> steps[] = {
-            [&] {
-                ip.Init({{"interfaceName", "eth0"}});
-            },
-            [&] { ip.GetCurrentIpAddress(); },
-            [&] { ip.GetCurrentNetmask(); },
-            [&] { ip.GetCurrentGateway(); },
-            [&] { ip.GetMacAddress(mac); },
-            [&] { ip.SetIpAssignmentMethods(1); },
-            [&] { ip.SetConfiguredIpAddress(0xC0A8010AUL); },
-            [&] { ip.SetConfiguredNetmask(0xFFFF0000UL); },
-            [&] { ip.SetConfiguredGateway(0xC0A80101UL); },
-            [&] { ip.SetDNSAddress(1, 1); },
-            [&] { ip.SetDNSAddress(2, 2); },
-            [&] { ip.CommitConfiguration(); },
-            [&] { ip.SetIpAssignmentMethods(4); },
-            [&] { ip.CommitConfiguration(); },
-            [&] {
-                reset.Init({{"applicationData", data_.string()}});
-            },
-            [&] { reset.OnFactoryReset(); }};
+            [&] { ip.Init({{"interfaceName", "eth0"}}); }, [&] { ip.GetCurrentIpAddress(); },
+            [&] { ip.GetCurrentNetmask(); }, [&] { ip.GetCurrentGateway(); },
+            [&] { ip.GetMacAddress(mac); }, [&] { ip.SetIpAssignmentMethods(1); },
+            [&] { ip.SetConfiguredIpAddress(0xC0A8010AUL); }, [&] { ip.SetConfiguredNetmask(0xFFFF0000UL); },
+            [&] { ip.SetConfiguredGateway(0xC0A80101UL); }, [&] { ip.SetDNSAddress(1, 1); },
+            [&] { ip.SetDNSAddress(2, 2); }, [&] { ip.CommitConfiguration(); },
+            [&] { ip.SetIpAssignmentMethods(4); }, [&] { ip.CommitConfiguration(); },
+            [&] { reset.Init({{"applicationData", data_.string()}}); }, [&] { reset.OnFactoryReset(); }};
+        // clang-format on
         int injected = 0;
         for (const auto& step : steps) {
             const bool faultedBefore = platform.faulted.has_value();

@@ -53,24 +53,6 @@ TEST_P(MacText, FillsTheBytesItReads) {
 
 INSTANTIATE_TEST_SUITE_P(Texts, MacText, testing::ValuesIn(kMacTextCases));
 
-// The MAC is read once per interface selection; its message shows the cached
-// bytes as characters up to the first zero byte.
-TEST_F(IpConfigTest, MacIsReadOncePerInterfaceSelection) {
-    Mac first, again, after;
-    config.GetMacAddress(first.data());
-    config.GetMacAddress(again.data());
-    ThePlatform().mac = {'A', 'B', 'C', 'D', 'E', 'F'};
-    config.EnsureCorrectAddress();
-    config.GetMacAddress(after.data());
-
-    const Mac standIn = {0x02, 0x4B, 0x4E, 0x58, 0x00, 0x01};
-    EXPECT_EQ(std::tie(first, again, after), std::tie(standIn, standIn, ThePlatform().mac));
-    const LogLine shown = Debug("GetMacAddress(): Value = \x02KNX");
-    EXPECT_EQ(log.Lines(), Join({{Trace("GetMacAddress()"), shown, shown},
-                                 Selection(Select(), {}, "ABCDEF"),
-                                 {Debug("GetMacAddress(): Value = ABCDEF")}}));
-}
-
 Lines GetDnsLines(unsigned long value) {
     return {Debug("GetDNSAddress(): starting..."),
             Debug("GetDNSAddress: Value = " + std::to_string(value)),
@@ -82,7 +64,6 @@ Lines GetDnsLines(unsigned long value) {
 // its argument.
 TEST_F(IpConfigTest, ConfiguredValuesAreStoredAsThirtyTwoBitsUnchecked) {
     const unsigned long k2To32 = 4294967296UL;
-    EXPECT_EQ(config.GetIpCapabilities(), 6);
     config.SetConfiguredIpAddress(k2To32 + 3232235786);
     config.SetConfiguredNetmask(k2To32 + 4294967295);
     config.SetConfiguredGateway(k2To32 * 5 + 3232235777);

@@ -263,26 +263,23 @@ INSTANTIATE_TEST_SUITE_P(Outcomes, Exchange, testing::ValuesIn(kExchangeCases),
 
 // processTime is read like strtol with base 0 and saturated to 0..65535; only
 // its exact key sets it, and it is 180 until then.
-class ProcessTime : public testing::TestWithParam<std::pair<const char*, int>> {};
-
-TEST_P(ProcessTime, ConvertsLikeStrtolAndSaturates) {
-    const auto [text, expected] = GetParam();
-    FactoryResetManager manager;
-    EXPECT_EQ(manager.GetProcessTime(), 180);
-    LogCapture log;
-    EXPECT_TRUE(manager.Init({{"processTime", text}, {"processtime", "6"}, {"other", "x"}}));
-    EXPECT_EQ(manager.GetProcessTime(), expected);
-    EXPECT_EQ(log.Lines(), (Lines{Debug("FactoryResetManager::Init() called."),
-                                  Debug("FactoryResetManager::Init(): process time set to " +
-                                        std::to_string(expected)),
-                                  Debug("FactoryResetManager::GetProcessTime() called.")}));
+TEST(ProcessTime, ConvertsLikeStrtolAndSaturates) {
+    // clang-format off
+    for (const auto& [text, expected] : std::initializer_list<std::pair<const char*, int>>{
+             {"300", 300}, {"0x12C", 300}, {"0X12c", 300}, {"0454", 300}, {"  90s", 90},
+             {"abc", 0}, {"", 0}, {"-1", 0}, {"65535", 65535}, {"70000", 65535},
+             {"99999999999999999999999", 65535}}) {
+        // clang-format on
+        FactoryResetManager manager;
+        EXPECT_EQ(manager.GetProcessTime(), 180);
+        LogCapture log;
+        EXPECT_TRUE(manager.Init({{"processTime", text}, {"processtime", "6"}, {"other", "x"}}));
+        EXPECT_EQ(manager.GetProcessTime(), expected) << text;
+        EXPECT_EQ(log.Lines(), (Lines{Debug("FactoryResetManager::Init() called."),
+                                      Debug("FactoryResetManager::Init(): process time set to " +
+                                            std::to_string(expected)),
+                                      Debug("FactoryResetManager::GetProcessTime() called.")}));
+    }
 }
-
-// clang-format off
-const std::pair<const char*, int> kProcessTimes[] = {
-    {"300", 300}, {"0x12C", 300}, {"0X12c", 300}, {"0454", 300}, {"  90s", 90}, {"abc", 0},
-    {"", 0}, {"-1", 0}, {"65535", 65535}, {"70000", 65535}, {"99999999999999999999999", 65535}};
-// clang-format on
-INSTANTIATE_TEST_SUITE_P(Texts, ProcessTime, testing::ValuesIn(kProcessTimes));
 
 } // namespace

@@ -34,7 +34,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A query selects the interface on a new object; Init selects it and applies
 // the device's settings, the client gone before it returns; the first query
-// after Init selects once more without reading the device, later ones do not.
+// after Init selects once more without reading the device, later ones and the
+// MAC do not.
 TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
     ThePlatform().deviceConfig = ReplyText(kExampleValues);
     EXPECT_EQ(config.GetCurrentGateway(), 0xC0A80101UL);
@@ -42,6 +43,9 @@ TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
     EXPECT_EQ(config.GetCurrentIpAddress(), 0xC0A8010AUL);
     EXPECT_EQ(config.GetCurrentNetmask(), 0xFFFFFF00UL);
     EXPECT_EQ(config.GetIpAssignmentMethods(), 1);
+    std::array<unsigned char, 6> mac{};
+    config.GetMacAddress(mac.data()); // from the cache, shown up to its first zero byte
+    EXPECT_EQ(mac, ThePlatform().mac);
 
     const Lines deviceRead = Join({kConnected,
                                    FetchLines(1, &kExampleValues),
@@ -53,7 +57,8 @@ TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
                                  {Debug("Init(): end.")},
                                  Selection(Select("eth1", 2, true)),
                                  {Trace("GetCurrentIpAddress()"), Trace("GetCurrentNetmask()"),
-                                  Debug("GetIpAssignmentMethods(): Value = 1")}}));
+                                  Debug("GetIpAssignmentMethods(): Value = 1"),
+                                  Debug("GetMacAddress(): Value = \x02KNX")}}));
 }
 
 // Name, the failing calls, the reply's values, and the method, valid fields
