@@ -8,6 +8,7 @@
 namespace {
 
 using Logged::Debug;
+using Logged::Error;
 using Logged::Info;
 
 TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
@@ -19,16 +20,28 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
                 calls.push_back(operation + " " + name);
             });
         ASSERT_TRUE(addon) << addon.error();
-        auto* const factory = (*addon)->manager().Factory<AddonHost::IpConfig>("DscKnxIpConfig");
-        ASSERT_NE(factory, nullptr);
-        KnxStack::IIpConfigurationManager *ipConfig = nullptr, *secondIpConfig = nullptr;
-        EXPECT_TRUE(factory->Create("DscKnxIpConfig", &ipConfig));
-        EXPECT_TRUE(factory->Create("DscKnxIpConfig", &secondIpConfig));
-        ASSERT_TRUE(ipConfig && secondIpConfig);
-        EXPECT_NE(ipConfig, secondIpConfig);
-        EXPECT_EQ(ipConfig->GetIpCapabilities(), 6);
-        delete ipConfig;
-        delete secondIpConfig;
+        const AddonHost::AddonManager& manager = (*addon)->manager();
+        auto* const ipFactory = manager.Factory<AddonHost::IpConfig>("DscKnxIpConfig");
+        auto* const resetFactory = manager.Factory<AddonHost::FactoryReset>("FactoryResetManager");
+        ASSERT_TRUE(ipFactory && resetFactory);
+        // Each factory makes a new object on its exact class name only, leaves
+        // the out pointer alone otherwise, and refuses a null one.
+        AddonHost::IpConfig *ip = nullptr, *secondIp = nullptr, *none = nullptr;
+        AddonHost::FactoryReset* noReset = nullptr;
+        EXPECT_TRUE(ipFactory->Create("DscKnxIpConfig", &ip));
+        EXPECT_TRUE(ipFactory->Create("DscKnxIpConfig", &secondIp));
+        ASSERT_TRUE(ip && secondIp);
+        EXPECT_NE(ip, secondIp);
+        EXPECT_EQ(ip->GetIpCapabilities(), 6);
+        delete ip;
+        delete secondIp;
+        for (const char* name : {"FactoryResetManager", "dscknxipconfig", "DscKnxIpConfig ", ""}) {
+            EXPECT_FALSE(ipFactory->Create(name, &none)) << name;
+        }
+        EXPECT_FALSE(resetFactory->Create("DscKnxIpConfig", &noReset));
+        EXPECT_TRUE(none == nullptr && noReset == nullptr);
+        EXPECT_FALSE(ipFactory->Create("DscKnxIpConfig", nullptr));
+        EXPECT_FALSE(resetFactory->Create("FactoryResetManager", nullptr));
         const auto reset = (*addon)->CreateFactoryReset(
             {{"applicationData", "/data/app"}, {"processTime", "0x3C"}, {"restartType", "Reboot"}});
         ASSERT_TRUE(reset) << reset.error();
@@ -50,19 +63,29 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
         "virtual bool AddonFactory::Create(const char*, KnxStack::IFactoryResetManager**)";
     const std::string init = "virtual bool FactoryResetManager::Init(const ConfigPropertyMap&)";
     const std::string time = "virtual unsigned short FactoryResetManager::GetProcessTime()";
-    // clang-format off
-    const std::vector<std::pair<LogLine, std::string>> expected = {
-        {Info("Startup() ..."), startup}, {Debug("Startup() end."), startup},
-        {Debug("Create() ..."), createIp}, {Debug("Create(): end."), createIp},
-        {Debug("Create() ..."), createIp}, {Debug("Create(): end."), createIp},
-        {Debug("Create() ..."), createReset}, {Debug("Create(): end."), createReset},
-        {Debug("FactoryResetManager::Init() called."), init},
-        {Info("FactoryResetManager::Init(): applicationData=/data/app"), init},
-        {Debug("FactoryResetManager::Init(): process time set to 60"), init},
-        {Info("FactoryResetManager::Init(): restartType=Reboot"), init},
-        {Debug("FactoryResetManager::GetProcessTime() called."), time},
-        {Info("Shutdown() ..."), shutdown}, {Debug("Shutdown() end."), shutdown}};
-    // clang-format on
+    std::vector<std::pair<LogLine, std::string>> expected = {{Info("Startup() ..."), startup},
+                                                             {Debug("Startup() end."), startup}};
+    const auto create = [&](const std::string& function, int times, bool refused = false) {
+        for (int i = 0; i < times; ++i) {
+            expected.push_back({Debug("Create() ..."), function});
+            expected.push_back(
+                {refused ? Error("Create(): null pointer as argument.") : Debug("Create(): end."),
+                 function});
+        }
+    };
+    create(createIp, 6);
+    create(createReset, 1);
+    create(createIp, 1, true);
+    create(createReset, 1, true);
+    create(createReset, 1);
+    expected.insert(expected.end(),
+                    {{Debug("FactoryResetManager::Init() called."), init},
+                     {Info("FactoryResetManager::Init(): applicationData=/data/app"), init},
+                     {Debug("FactoryResetManager::Init(): process time set to 60"), init},
+                     {Info("FactoryResetManager::Init(): restartType=Reboot"), init},
+                     {Debug("FactoryResetManager::GetProcessTime() called."), time},
+                     {Info("Shutdown() ..."), shutdown},
+                     {Debug("Shutdown() end."), shutdown}});
     ASSERT_EQ(log.Lines().size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         const LogRecord& r = log.Records()[i];

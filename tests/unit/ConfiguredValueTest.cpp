@@ -7,51 +7,42 @@
 namespace {
 
 // A text, its value (first octet most significant) and the value written back as text.
-using AddressCase = std::tuple<const char*, unsigned long, const char*>;
-class AddressText : public testing::TestWithParam<AddressCase> {};
-
-TEST_P(AddressText, ConvertsBothWays) {
-    const auto [text, value, back] = GetParam();
+TEST(AddressText, ConvertsBothWays) {
     const DscKnxIpConfig config;
-    EXPECT_EQ(config.IpAddress2DWORD(text), value);
-    EXPECT_STREQ(config.DWORD2IpAddress(value), back);
+    for (const auto& [text, value, back] :
+         {std::tuple<const char*, unsigned long, const char*>{nullptr, 0, "0.0.0.0"},
+          {"192.168.1.10", 0xC0A8010A, "192.168.1.10"},
+          {"10.1", 0x0A000001, "10.0.0.1"},
+          {"abc", 0xFFFFFFFF, "255.255.255.255"}}) {
+        EXPECT_EQ(config.IpAddress2DWORD(text), value);
+        EXPECT_STREQ(config.DWORD2IpAddress(value), back);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Texts, AddressText,
-                         testing::Values(AddressCase{nullptr, 0, "0.0.0.0"},
-                                         AddressCase{"192.168.1.10", 0xC0A8010A, "192.168.1.10"},
-                                         AddressCase{"10.1", 0x0A000001, "10.0.0.1"},
-                                         AddressCase{"abc", 0xFFFFFFFF, "255.255.255.255"}));
 
 // Two hex digits per byte, each pair three characters after the last; the text,
 // the byte count, the result (-1: throws) and the bytes after the call.
-using Mac = std::array<unsigned char, 6>;
-const unsigned char kOld = 0xEE; // a byte that was in the buffer before the call
-using MacTextCase = std::tuple<std::string, unsigned int, int, Mac>;
-const MacTextCase kMacTextCases[] = {
-    {"00:1A:2B:3C:4D:5E", 6, true, {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}},
-    {"00F1AF2BF3CF4DF5E", 6, true, {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}},
-    {"zz:1z: 7:Fg", 4, true, {0x00, 0x01, 0x07, 0x0F, kOld, kOld}},
-    {"00:11:22", 6, -1, {0x00, 0x11, 0x22, kOld, kOld, kOld}},
-    {"", 6, false, {kOld, kOld, kOld, kOld, kOld, kOld}},
-    {"00:1A:2B:3C:4D:5E:", 6, true, {kOld, kOld, kOld, kOld, kOld, kOld}},
-};
-
-class MacText : public testing::TestWithParam<MacTextCase> {};
-
-TEST_P(MacText, FillsTheBytesItReads) {
-    const auto& [text, count, result, expected] = GetParam();
+TEST(MacText, FillsTheBytesItReads) {
+    using Mac = std::array<unsigned char, 6>;
+    const unsigned char kOld = 0xEE; // a byte that was in the buffer before the call
+    const std::tuple<std::string, unsigned int, int, Mac> cases[] = {
+        {"00:1A:2B:3C:4D:5E", 6, true, {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}},
+        {"00F1AF2BF3CF4DF5E", 6, true, {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}},
+        {"zz:1z: 7:Fg", 4, true, {0x00, 0x01, 0x07, 0x0F, kOld, kOld}},
+        {"00:11:22", 6, -1, {0x00, 0x11, 0x22, kOld, kOld, kOld}},
+        {"", 6, false, {kOld, kOld, kOld, kOld, kOld, kOld}},
+        {"00:1A:2B:3C:4D:5E:", 6, true, {kOld, kOld, kOld, kOld, kOld, kOld}},
+    };
     const DscKnxIpConfig config;
-    Mac bytes = {kOld, kOld, kOld, kOld, kOld, kOld};
-    if (result < 0) {
-        EXPECT_THROW(config.PrepareMacAddress(text, bytes.data(), count), std::out_of_range);
-    } else {
-        EXPECT_EQ(config.PrepareMacAddress(text, bytes.data(), count), result == 1);
+    for (const auto& [text, count, result, expected] : cases) {
+        Mac bytes = {kOld, kOld, kOld, kOld, kOld, kOld};
+        if (result < 0) {
+            EXPECT_THROW(config.PrepareMacAddress(text, bytes.data(), count), std::out_of_range);
+        } else {
+            EXPECT_EQ(config.PrepareMacAddress(text, bytes.data(), count), result == 1) << text;
+        }
+        EXPECT_EQ(bytes, expected) << text;
     }
-    EXPECT_EQ(bytes, expected);
 }
-
-INSTANTIATE_TEST_SUITE_P(Texts, MacText, testing::ValuesIn(kMacTextCases));
 
 Lines GetDnsLines(unsigned long value) {
     return {Debug("GetDNSAddress(): starting..."),

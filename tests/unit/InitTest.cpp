@@ -8,29 +8,25 @@
 
 namespace {
 
-// Init's properties, and the name, index and "specified" flag of the interface
-// selection; each Init follows one that named another interface.
-using PropertiesCase = std::tuple<ConfigPropertyMap, std::string, int, bool>;
-class InitProperties : public IpConfigTest, public testing::WithParamInterface<PropertiesCase> {};
-
-TEST_P(InitProperties, SelectTheInterface) {
-    const auto& [properties, name, index, specified] = GetParam();
+// Init's properties select the interface by name, index and "specified" flag;
+// each Init follows one that named another interface.
+TEST_F(IpConfigTest, InitPropertiesSelectTheInterface) {
     ThePlatform().failing = {Call::Create};
-    config.Init({{"interfaceIndex", "5"}, {"interfaceName", "eth9"}});
-    log.Clear();
-    EXPECT_TRUE(config.Init(properties));
-    EXPECT_THAT(log.Lines(), testing::Contains(Select(name, index, specified)));
+    for (const auto& [properties, selected] :
+         std::initializer_list<std::pair<ConfigPropertyMap, LogLine>>{
+             {{}, Select()},
+             {{{"interfaceIndex", "3"}}, Select("", 3, true)},
+             {{{"interfaceName", "wlan1"}}, Select("wlan1", 0, true)},
+             {{{"interfaceIndex", "-2"}}, Select("", -2, false)},
+             {{{"interfaceIndex", "12x"}}, Select("", 12, true)},
+             {{{"interfaceIndex", "99999999999"}}, Select("", INT_MAX, true)},
+             {{{"InterfaceIndex", "5"}, {"name", "eth9"}}, Select()}}) {
+        config.Init({{"interfaceIndex", "5"}, {"interfaceName", "eth9"}});
+        log.Clear();
+        EXPECT_TRUE(config.Init(properties));
+        EXPECT_THAT(log.Lines(), testing::Contains(selected));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Properties, InitProperties,
-    testing::Values(PropertiesCase{{}, "", 0, false},
-                    PropertiesCase{{{"interfaceIndex", "3"}}, "", 3, true},
-                    PropertiesCase{{{"interfaceName", "wlan1"}}, "wlan1", 0, true},
-                    PropertiesCase{{{"interfaceIndex", "-2"}}, "", -2, false},
-                    PropertiesCase{{{"interfaceIndex", "12x"}}, "", 12, true},
-                    PropertiesCase{{{"interfaceIndex", "99999999999"}}, "", INT_MAX, true},
-                    PropertiesCase{{{"InterfaceIndex", "5"}, {"name", "eth9"}}, "", 0, false}));
 
 // A query selects the interface on a new object; Init selects it and applies
 // the device's settings, the client gone before it returns; the first query

@@ -57,11 +57,10 @@ inline LogLine Select(const std::string& name = "", int index = 0, bool specifie
 }
 // InitNetwork, with Init's device read in `deviceRead`; the stand-in's MAC
 // shows as "\x02KNX", its bytes up to the first zero.
-inline Lines Selection(const LogLine& select, const Lines& deviceRead = {},
-                       const std::string& macShown = "\x02KNX") {
+inline Lines Selection(const LogLine& select, const Lines& deviceRead = {}) {
     return Join({{Info("InitNetwork(): starting..."),
                   Info("DscKnxIpConfig: Selecting the primary network interface..."), select,
-                  Trace("GetMacAddress()"), Debug("GetMacAddress(): Value = " + macShown)},
+                  Trace("GetMacAddress()"), Debug("GetMacAddress(): Value = \x02KNX")},
                  deviceRead,
                  {Debug("InitNetwork(): end.")}});
 }
