@@ -1,6 +1,6 @@
 // Link-time stand-ins of both platform libraries, the KNXnet/IP connection
-// library and the device-stack client library, for the unit, fault-injection
-// and fuzz builds. Every call plays the script of ThePlatform(), takes the next
+// library and the device-stack client library, for the unit tests and the
+// fuzz builds. Every call plays the script of ThePlatform(), takes the next
 // call position and is traced at TRACE on the logger "Platform", so that a
 // capture of the log shows the calls among the add-on's own messages.
 #ifndef TESTS_PLATFORM_STAND_IN_H

@@ -1,3 +1,4 @@
+#include "DscKnxIpConfig.h"
 #include "FactoryResetManager.h"
 #include "LogCapture.h"
 #include "PlatformStandIn.h"
@@ -210,6 +211,60 @@ TEST_F(FactoryReset, DirectorySwappedWithALinkDuringRemovalDoesNotLeadOutside) {
     swapper.join();
     if (swaps == 0) GTEST_SKIP() << "renameat2(RENAME_EXCHANGE) never succeeded";
     EXPECT_TRUE(intact()) << "files outside deleted within " << resets << " resets";
+}
+
+// A fault, a failure or an exception, at each of the 21 calls of a host session
+// into the platform libraries, with an interface found and with none: the
+// session goes on, only the injected exception reaches the host, no client
+// outlives the host call that made it, and only a throw from the reset's own
+// client factory (position 18, its first call of three) keeps the data.
+TEST_F(FactoryReset, HostSessionGoesOnAfterAFaultAtEveryCallPosition) {
+    for (const auto& [kind, found] : {std::pair(FaultKind::Fail, true),
+                                      {FaultKind::Fail, false},
+                                      {FaultKind::Throw, true},
+                                      {FaultKind::Throw, false}}) {
+        for (std::size_t position = 0; position <= 21; ++position) { // 21: no fault
+            SCOPED_TRACE(std::to_string(position) + (found ? "" : " without interface"));
+            Platform& platform = ThePlatform() = Platform();
+            if (position < 21) platform.faultAt = position;
+            platform.kind = kind;
+            platform.interfaceId = found ? 2 : 0xFFFFFFFFUL;
+            platform.deviceConfig = R"({"Dhcp":"false","IpAddress":"192.168.1.20"})";
+            fs::create_directories(data_ / "sub");
+            Write(data_ / "sub" / "file", "application data");
+            DscKnxIpConfig ip;
+            FactoryResetManager reset;
+            unsigned char mac[6];
+            // clang-format off
+            const std::function<void()> steps[] = {
+                [&] { ip.Init({{"interfaceName", "eth0"}}); }, [&] { ip.GetCurrentIpAddress(); },
+                [&] { ip.GetCurrentNetmask(); }, [&] { ip.GetCurrentGateway(); },
+                [&] { ip.GetMacAddress(mac); }, [&] { ip.SetIpAssignmentMethods(1); },
+                [&] { ip.SetConfiguredIpAddress(0xC0A8010AUL); }, [&] { ip.SetConfiguredNetmask(0xFFFF0000UL); },
+                [&] { ip.SetConfiguredGateway(0xC0A80101UL); }, [&] { ip.SetDNSAddress(1, 1); },
+                [&] { ip.SetDNSAddress(2, 2); }, [&] { ip.CommitConfiguration(); },
+                [&] { ip.SetIpAssignmentMethods(4); }, [&] { ip.CommitConfiguration(); },
+                [&] { reset.Init({{"applicationData", data_.string()}}); }, [&] { reset.OnFactoryReset(); }};
+            // clang-format on
+            int thrown = 0;
+            for (const auto& step : steps) {
+                try {
+                    step();
+                } catch (const InjectedFault&) {
+                    ++thrown;
+                }
+                EXPECT_EQ(platform.clientsAlive, 0);
+            }
+            EXPECT_EQ(thrown, kind == FaultKind::Throw && position < 21 ? 1 : 0);
+            EXPECT_EQ(fs::exists(data_), kind == FaultKind::Throw && position == 18);
+            // The static settings, the DHCP flag and the restart are requested.
+            if (position == 21) {
+                EXPECT_EQ(platform.calls, 21U);
+                EXPECT_EQ(platform.requests.size(), 3U);
+            }
+            log_.Clear();
+        }
+    }
 }
 
 // The data is deleted first; the restart type goes into the command unescaped;
