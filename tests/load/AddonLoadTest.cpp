@@ -63,29 +63,24 @@ TEST(AddonLoad, HostSessionRegistersCreatesConfiguresAndShutsDown) {
         "virtual bool AddonFactory::Create(const char*, KnxStack::IFactoryResetManager**)";
     const std::string init = "virtual bool FactoryResetManager::Init(const ConfigPropertyMap&)";
     const std::string time = "virtual unsigned short FactoryResetManager::GetProcessTime()";
-    std::vector<std::pair<LogLine, std::string>> expected = {{Info("Startup() ..."), startup},
-                                                             {Debug("Startup() end."), startup}};
-    const auto create = [&](const std::string& function, int times, bool refused = false) {
-        for (int i = 0; i < times; ++i) {
-            expected.push_back({Debug("Create() ..."), function});
-            expected.push_back(
-                {refused ? Error("Create(): null pointer as argument.") : Debug("Create(): end."),
-                 function});
-        }
-    };
-    create(createIp, 6);
-    create(createReset, 1);
-    create(createIp, 1, true);
-    create(createReset, 1, true);
-    create(createReset, 1);
-    expected.insert(expected.end(),
-                    {{Debug("FactoryResetManager::Init() called."), init},
-                     {Info("FactoryResetManager::Init(): applicationData=/data/app"), init},
-                     {Debug("FactoryResetManager::Init(): process time set to 60"), init},
-                     {Info("FactoryResetManager::Init(): restartType=Reboot"), init},
-                     {Debug("FactoryResetManager::GetProcessTime() called."), time},
-                     {Info("Shutdown() ..."), shutdown},
-                     {Debug("Shutdown() end."), shutdown}});
+    const LogLine create = Debug("Create() ..."), created = Debug("Create(): end.");
+    const LogLine refused = Error("Create(): null pointer as argument.");
+    // clang-format off
+    const std::vector<std::pair<LogLine, std::string>> expected = {
+        {Info("Startup() ..."), startup}, {Debug("Startup() end."), startup},
+        {create, createIp}, {created, createIp}, {create, createIp}, {created, createIp},
+        {create, createIp}, {created, createIp}, {create, createIp}, {created, createIp},
+        {create, createIp}, {created, createIp}, {create, createIp}, {created, createIp},
+        {create, createReset}, {created, createReset},
+        {create, createIp}, {refused, createIp}, {create, createReset}, {refused, createReset},
+        {create, createReset}, {created, createReset},
+        {Debug("FactoryResetManager::Init() called."), init},
+        {Info("FactoryResetManager::Init(): applicationData=/data/app"), init},
+        {Debug("FactoryResetManager::Init(): process time set to 60"), init},
+        {Info("FactoryResetManager::Init(): restartType=Reboot"), init},
+        {Debug("FactoryResetManager::GetProcessTime() called."), time},
+        {Info("Shutdown() ..."), shutdown}, {Debug("Shutdown() end."), shutdown}};
+    // clang-format on
     ASSERT_EQ(log.Lines().size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         const LogRecord& r = log.Records()[i];

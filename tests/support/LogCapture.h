@@ -30,19 +30,14 @@ struct LogLine {
 };
 using Lines = std::vector<LogLine>;
 
+// Logged::Debug("text") and the like make one expected line.
+struct LineAt {
+    log4cplus::LogLevel level;
+    LogLine operator()(std::string message) const { return {level, std::move(message)}; }
+};
 namespace Logged {
-inline LogLine Trace(std::string text) {
-    return {log4cplus::TRACE_LOG_LEVEL, std::move(text)};
-}
-inline LogLine Debug(std::string text) {
-    return {log4cplus::DEBUG_LOG_LEVEL, std::move(text)};
-}
-inline LogLine Info(std::string text) {
-    return {log4cplus::INFO_LOG_LEVEL, std::move(text)};
-}
-inline LogLine Error(std::string text) {
-    return {log4cplus::ERROR_LOG_LEVEL, std::move(text)};
-}
+inline constexpr LineAt Trace{log4cplus::TRACE_LOG_LEVEL}, Debug{log4cplus::DEBUG_LOG_LEVEL},
+    Info{log4cplus::INFO_LOG_LEVEL}, Error{log4cplus::ERROR_LOG_LEVEL};
 } // namespace Logged
 
 inline Lines Join(std::initializer_list<Lines> parts) {

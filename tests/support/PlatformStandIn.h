@@ -38,7 +38,6 @@ struct Platform {
 
     // Record.
     std::size_t calls = 0;
-    std::optional<Call> faulted;
     int clientsAlive = 0;
     std::vector<std::string> requests;
 
