@@ -4,21 +4,11 @@
 
 namespace {
 
-// A refused client is gone before the failure is logged.
-TEST_F(IpConfigTest, ConnectReturnsOnlyARegisteredClient) {
+// A named connection goes to the factory function that takes one.
+TEST_F(IpConfigTest, ConnectHandsTheConnectionTextToTheFactory) {
     char named[] = "service:0";
-    ThePlatform().failing = {Call::Create};
-    EXPECT_EQ(config.Connect(nullptr), nullptr);
-    ThePlatform().failing = {Call::RegisterApplication};
-    EXPECT_EQ(config.Connect(named), nullptr);
-    ThePlatform().failing = {};
-    EXPECT_NE(config.Connect(nullptr), nullptr);
-
-    const Lines refused = {kConnected[0], Trace("CreateDeviceStackClient(\"service:0\")"),
-                           kConnected[2], kRegister,
-                           kDestroyed,    Error("Connect(): RegisterApplication failed."),
-                           kConnected[4], kConnected[5]};
-    EXPECT_EQ(log.Lines(), Join({kNoClient, refused, kConnected, {kDestroyed}}));
+    EXPECT_NE(config.Connect(named), nullptr);
+    EXPECT_EQ(log.Lines().at(1), Trace("CreateDeviceStackClient(\"service:0\")"));
 }
 
 // Text, key, result, value, and the ERROR message (none if empty).

@@ -275,24 +275,18 @@ const std::string kCommand = R"({"command":"Restart", "type":"a"b\c"})";
 const std::string kFailed = "FactoryReset(): Failed to request command via QUARN Client API";
 const LogLine kPerforming = Info("Performing QUARN Client API call: " + kCommand);
 const LogLine kRequest = Trace("RequestCommand(" + kCommand + ", 360)");
+const LogLine kNoClient = Error(
+    "FactoryReset(): DeviceStackClient could not be created. Executing factory reset failed.");
+// clang-format off
 const ExchangeCase kExchangeCases[] = {
     {"Accepted", std::nullopt, FaultKind::Fail, Restarted(kCommand)},
-    {"NoClient",
-     0,
-     FaultKind::Fail,
-     {Error("FactoryReset(): DeviceStackClient could not be created. Executing factory reset "
-            "failed."),
-      kLeave}},
-    {"RegistrationRefused",
-     1,
-     FaultKind::Fail,
-     {kRegister, Error(kFailed + "."), kLeave, kDestroyed}},
-    {"RequestRefused",
-     2,
-     FaultKind::Fail,
+    {"NoClient", 0, FaultKind::Fail, {kNoClient, kLeave}},
+    {"RegistrationRefused", 1, FaultKind::Fail, {kRegister, Error(kFailed + "."), kLeave, kDestroyed}},
+    {"RequestRefused", 2, FaultKind::Fail,
      {kRegister, kPerforming, kRequest, Error(kFailed + ":" + kCommand), kLeave, kDestroyed}},
     {"RequestThrows", 2, FaultKind::Throw, {kRegister, kPerforming, kRequest, kDestroyed}},
 };
+// clang-format on
 
 class Exchange : public FactoryReset, public testing::WithParamInterface<ExchangeCase> {};
 

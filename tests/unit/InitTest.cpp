@@ -65,6 +65,7 @@ const ReadCase kReadCases[] = {
     {"DhcpOnly", {}, {"true"}, 4, 0, {}},
     {"Unreadable", {Call::GetDeviceConfig}, kExampleValues, 4, 0, {}},
     {"NoClient", {Call::Create}, kExampleValues, 0, 0, {}},
+    {"RegistrationRefused", {Call::RegisterApplication}, kExampleValues, 0, 0, {}},
     {"CapitalTrue", {}, {"True"}, 1, 0, {}},
     {"EmptyAddress", {}, {nullptr, "", "255.0.0.0"}, 4, 2, {0, 4278190080}},
     {"OnlySecondDns", {}, {"no", 0, 0, 0, 0, "10.0.0.2"}, 1, 16, {0, 0, 0, 0, 167772162}},
@@ -82,8 +83,9 @@ TEST_P(DeviceRead, InitAppliesTheReportedFieldsAndAPositiveMethod) {
     const Lines noClient = {Debug("FetchQuarnIpSettings(): starting..."),
                             Error("FetchQuarnIpSettings(): No device stack client exists.")};
     const bool readable = failing.empty();
-    const Lines read = failing.count(Call::Create)
-                           ? Join({kNoClient, noClient})
+    const Lines read = failing.count(Call::Create) ? Join({kNoClient, noClient})
+                       : failing.count(Call::RegisterApplication)
+                           ? Join({kRefused, noClient})
                            : Join({kConnected,
                                    FetchLines(method, readable ? &scanned : nullptr),
                                    AppliedLines(validFields, addresses),

@@ -51,6 +51,11 @@ inline const Lines kNoClient = {Debug("Connect(): starting..."), kCreate,
                                 Error("Connect(): Create device stack client failed."),
                                 Debug("Connect(): end.")};
 
+// A client that was made but refused the registration is gone before the failure is logged.
+inline const Lines kRefused = {kConnected[0], kCreate,
+                               kConnected[2], kRegister,
+                               kDestroyed,    Error("Connect(): RegisterApplication failed."),
+                               kConnected[4], kConnected[5]};
 inline LogLine Select(const std::string& name = "", int index = 0, bool specified = false) {
     return Trace("DetermineNetworkInterface(\"" + name + "\", " + std::to_string(index) + ", 0, " +
                  (specified ? "true" : "false") + ")");
