@@ -1,14 +1,15 @@
-// Captures what the add-on logs, through an appender on the root logger.
+// Captures what is logged, through an appender on the root logger, and makes
+// the lines to compare it with: Logged::Debug("text") and the like.
 #ifndef TESTS_LOG_CAPTURE_H
 #define TESTS_LOG_CAPTURE_H
 
 #include <log4cplus/appender.h>
-#include <log4cplus/loglevel.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
 
 #include <initializer_list>
 #include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 struct LogRecord {
@@ -23,20 +24,21 @@ struct LogLine {
     log4cplus::LogLevel level;
     std::string message;
     bool operator==(const LogLine& o) const { return level == o.level && message == o.message; }
+    friend void PrintTo(const LogLine& l, std::ostream* os) {
+        *os << '{' << l.level << ", \"" << l.message << "\"}";
+    }
 };
 using Lines = std::vector<LogLine>;
 
-inline void PrintTo(const LogLine& line, std::ostream* os) {
-    *os << '{' << line.level << ", \"" << line.message << "\"}";
-}
-
-// Debug("text") and the like make one expected line.
+// Logged::Debug("text") and the like make one expected line.
 struct LineAt {
     log4cplus::LogLevel level;
     LogLine operator()(std::string message) const { return {level, std::move(message)}; }
 };
+namespace Logged {
 inline constexpr LineAt Trace{log4cplus::TRACE_LOG_LEVEL}, Debug{log4cplus::DEBUG_LOG_LEVEL},
     Info{log4cplus::INFO_LOG_LEVEL}, Error{log4cplus::ERROR_LOG_LEVEL};
+} // namespace Logged
 
 inline Lines Join(std::initializer_list<Lines> parts) {
     Lines all;
@@ -47,16 +49,39 @@ inline Lines Join(std::initializer_list<Lines> parts) {
 // While alive, records every event of every logger at or above `level`.
 class LogCapture {
 public:
-    explicit LogCapture(log4cplus::LogLevel level = log4cplus::TRACE_LOG_LEVEL);
-    ~LogCapture();
+    explicit LogCapture(log4cplus::LogLevel level = log4cplus::TRACE_LOG_LEVEL)
+        : m_recorder(new Recorder), m_appender(m_recorder), m_previous(Root().getLogLevel()) {
+        Root().setLogLevel(level);
+        Root().addAppender(m_appender);
+    }
+    ~LogCapture() {
+        Root().removeAppender(m_appender);
+        Root().setLogLevel(m_previous);
+    }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    const std::vector<LogRecord>& Records() const;
-    std::vector<LogLine> Lines() const;
-    void Clear();
+    const std::vector<LogRecord>& Records() const { return m_recorder->records; }
+    std::vector<LogLine> Lines() const {
+        std::vector<LogLine> lines;
+        for (const LogRecord& r : Records()) lines.push_back({r.level, r.message});
+        return lines;
+    }
+    void Clear() { m_recorder->records.clear(); }
 
 private:
+    struct Recorder : log4cplus::Appender {
+        ~Recorder() override { destructorImpl(); }
+        void close() override {}
+        void append(const log4cplus::spi::InternalLoggingEvent& e) override {
+            records.push_back({e.getLogLevel(), e.getLoggerName(), e.getMessage(), e.getFile(),
+                               e.getLine(), e.getFunction()});
+        }
+        std::vector<LogRecord> records;
+    };
+    static log4cplus::Logger Root() { return log4cplus::Logger::getRoot(); }
+
+    Recorder* m_recorder; // owned by m_appender
     log4cplus::SharedAppenderPtr m_appender;
     log4cplus::LogLevel m_previous;
 };

@@ -15,19 +15,21 @@ void Trace(const std::string& text) {
 
 class StandInClient : public Velbor::IDeviceStackClient {
 public:
-    StandInClient() { ++ThePlatform().clientsMade; }
+    StandInClient() { ++ThePlatform().clientsAlive; }
     ~StandInClient() override {
-        ++ThePlatform().clientsDestroyed;
+        --ThePlatform().clientsAlive;
         Trace("~DeviceStackClient()");
     }
     StandInClient(const StandInClient&) = delete;
     StandInClient& operator=(const StandInClient&) = delete;
 
+    // A reply that does not arrive empty shows in the trace.
     bool RequestCommand(const std::string& request, std::string& reply, int timeout) override {
         ThePlatform().requests.push_back(request);
+        const std::string text = "RequestCommand(" + request + ", " + std::to_string(timeout) +
+                                 (reply.empty() ? ")" : ", " + reply + ")");
         reply = R"({"result":"ok"})";
-        return ThePlatform().Pass(Call::RequestCommand, "RequestCommand(" + request + ", " +
-                                                            std::to_string(timeout) + ")");
+        return ThePlatform().Pass(Call::RequestCommand, text);
     }
     bool RegisterApplication(const std::string& name, const std::string& type,
                              const std::string& protocol) override {
@@ -41,39 +43,27 @@ public:
     }
 };
 
-std::unique_ptr<Velbor::IDeviceStackClient> MakeClient(const std::string* connection) {
-    Platform& platform = ThePlatform();
-    if (platform.factory) {
-        return platform.factory(connection);
-    }
-    const std::string text = connection != nullptr ? '"' + *connection + '"' : "";
-    if (!platform.Pass(Call::Create, "CreateDeviceStackClient(" + text + ")")) {
-        return nullptr;
-    }
+std::unique_ptr<Velbor::IDeviceStackClient> MakeClient(const std::string& text) {
+    if (!ThePlatform().Pass(Call::Create, "CreateDeviceStackClient(" + text + ")")) return nullptr;
     return std::make_unique<StandInClient>();
 }
 
-unsigned long Current(const char* name, unsigned long value) {
-    const bool read = ThePlatform().Pass(Call::CurrentValue, std::string(name) + "()");
-    return read && ThePlatform().InterfaceFound() ? value : 0;
+// A value of the selected interface, zero when the read fails or none was found.
+template <typename Value>
+Value Read(const char* name, Value value) {
+    const bool read = ThePlatform().Pass(Call::Read, name);
+    return read && ThePlatform().interfaceId != KnxStack::Ip::IpConnectionInfo::NoInterface
+               ? value
+               : Value{};
 }
 
 } // namespace
 
 bool Platform::Pass(Call call, const std::string& text) {
     Trace(text);
-    if (faultAt != calls++) {
-        return failing.count(call) == 0;
-    }
-    faulted = call;
-    if (kind == FaultKind::Throw) {
-        throw InjectedFault("injected fault in " + text);
-    }
+    if (faultAt != calls++) return failing.count(call) == 0;
+    if (kind == FaultKind::Throw) throw InjectedFault("injected fault in " + text);
     return false;
-}
-
-bool Platform::InterfaceFound() const {
-    return interfaceId != KnxStack::Ip::IpConnectionInfo::NoInterface;
 }
 
 Platform& ThePlatform() {
@@ -97,28 +87,24 @@ unsigned long IpConnectionInfo::DetermineNetworkInterface(const std::string& nam
     const std::string call = "DetermineNetworkInterface(\"" + name + "\", " +
                              std::to_string(index) + ", " + std::to_string(flags) + ", " +
                              (specified ? "true" : "false") + ")";
-    return ThePlatform().Pass(Call::SelectInterface, call) ? ThePlatform().interfaceId
-                                                           : NoInterface;
+    return ThePlatform().Pass(Call::Select, call) ? ThePlatform().interfaceId : NoInterface;
 }
 
 unsigned long IpConnectionInfo::GetCurrentIpAddress() {
-    return Current("GetCurrentIpAddress", ThePlatform().address);
+    return Read("GetCurrentIpAddress()", ThePlatform().address);
 }
 
 unsigned long IpConnectionInfo::GetCurrentNetmask() {
-    return Current("GetCurrentNetmask", ThePlatform().netmask);
+    return Read("GetCurrentNetmask()", ThePlatform().netmask);
 }
 
 unsigned long IpConnectionInfo::GetCurrentGateway() {
-    return Current("GetCurrentGateway", ThePlatform().gateway);
+    return Read("GetCurrentGateway()", ThePlatform().gateway);
 }
 
 void IpConnectionInfo::GetMacAddress(unsigned char* mac) const {
-    const bool read = ThePlatform().Pass(Call::MacAddress, "GetMacAddress()");
-    std::memset(mac, 0, ThePlatform().mac.size());
-    if (read && ThePlatform().InterfaceFound()) {
-        std::memcpy(mac, ThePlatform().mac.data(), ThePlatform().mac.size());
-    }
+    const auto bytes = Read("GetMacAddress()", ThePlatform().mac);
+    std::memcpy(mac, bytes.data(), bytes.size());
 }
 
 } // namespace KnxStack::Ip
@@ -126,11 +112,11 @@ void IpConnectionInfo::GetMacAddress(unsigned char* mac) const {
 namespace Velbor {
 
 std::unique_ptr<IDeviceStackClient> CreateDeviceStackClient() {
-    return MakeClient(nullptr);
+    return MakeClient("");
 }
 
 std::unique_ptr<IDeviceStackClient> CreateDeviceStackClient(const std::string& connection) {
-    return MakeClient(&connection);
+    return MakeClient('"' + connection + '"');
 }
 
 } // namespace Velbor

@@ -1,6 +1,6 @@
 // Link-time stand-ins of both platform libraries, the KNXnet/IP connection
-// library and the device-stack client library, for the unit, fault-injection
-// and fuzz builds. Every call plays the script of ThePlatform(), takes the next
+// library and the device-stack client library, for the unit tests and the
+// fuzz builds. Every call plays the script of ThePlatform(), takes the next
 // call position and is traced at TRACE on the logger "Platform", so that a
 // capture of the log shows the calls among the add-on's own messages.
 #ifndef TESTS_PLATFORM_STAND_IN_H
@@ -10,23 +10,13 @@
 
 #include <array>
 #include <cstddef>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-enum class Call {
-    Create,
-    RegisterApplication,
-    GetDeviceConfig,
-    RequestCommand,
-    SelectInterface,
-    CurrentValue,
-    MacAddress,
-};
+enum class Call { Create, RegisterApplication, GetDeviceConfig, RequestCommand, Select, Read };
 enum class FaultKind { Fail, Throw };
 
 // The only exception the stand-ins throw; tells the call it hit.
@@ -45,19 +35,14 @@ struct Platform {
     std::set<Call> failing;             // every call of these kinds fails
     std::optional<std::size_t> faultAt; // the call at this position fails or throws
     FaultKind kind = FaultKind::Fail;
-    // While set, makes the clients instead (untraced); receives the connection text or null.
-    std::function<std::unique_ptr<Velbor::IDeviceStackClient>(const std::string*)> factory;
 
     // Record.
     std::size_t calls = 0;
-    std::optional<Call> faulted;
-    int clientsMade = 0;
-    int clientsDestroyed = 0;
+    int clientsAlive = 0;
     std::vector<std::string> requests;
 
     // Traces `text` and takes the next call position; false when the call is to fail.
     bool Pass(Call call, const std::string& text);
-    bool InterfaceFound() const;
 };
 
 // The platform the stand-ins play; assign Platform() to start afresh.

@@ -22,40 +22,35 @@ const Lines kUnchanged = {Debug(kUpdate + "settings unchanged.")};
 const Lines kDhcpSent = {Debug(kUpdate + "calling SetDeviceConfig with only DHCP flag..."),
                          kCalling, Trace("RequestCommand(" + kDhcpRequest + ", 360)"), kReturned,
                          Debug(kUpdate + "end SetDeviceConfig with only DHCP flag.")};
-const Lines kStaticSent = {Debug(kUpdate + "IpAddress = 192.168.1.10"),
-                           Debug(kUpdate + "SubnetMask = 255.255.255.0"),
-                           Debug(kUpdate + "DefaultGateway = 192.168.1.1"),
-                           Debug(kUpdate + "DnsAddress1 = 192.168.1.2"),
-                           Debug(kUpdate + "DnsAddress2 = 0.0.0.0"),
-                           Debug(kUpdate + "calling SetDeviceConfig..."),
-                           kCalling,
-                           Trace("RequestCommand(" + kStaticRequest + ", 360)"),
-                           Debug(kUpdate + "end SetDeviceConfig."),
-                           kReturned};
+// clang-format off
+const Lines kStaticSent = {
+    Debug(kUpdate + "IpAddress = 192.168.1.10"), Debug(kUpdate + "SubnetMask = 255.255.255.0"),
+    Debug(kUpdate + "DefaultGateway = 192.168.1.1"), Debug(kUpdate + "DnsAddress1 = 192.168.1.2"),
+    Debug(kUpdate + "DnsAddress2 = 0.0.0.0"), Debug(kUpdate + "calling SetDeviceConfig..."),
+    kCalling, Trace("RequestCommand(" + kStaticRequest + ", 360)"),
+    Debug(kUpdate + "end SetDeviceConfig."), kReturned};
+// clang-format on
 const Lines kCommitStart = {Debug("CommitConfiguration(): starting..."),
                             Debug(kUpdate + "starting...")};
 
-// Device replies around the configured static settings of the fixture.
-const DeviceValues kSame = {"false",       "192.168.1.10", "255.255.255.0",
-                            "192.168.1.1", "192.168.1.2",  "0.0.0.0"};
-const DeviceValues kOnDhcp = {"true",        "192.168.1.10", "255.255.255.0",
-                              "192.168.1.1", "192.168.1.2",  "0.0.0.0"};
-const DeviceValues kOtherMask = {"false",       "192.168.1.10", "255.255.0.0",
-                                 "192.168.1.1", "192.168.1.2",  "0.0.0.0"};
-const DeviceValues kNoDns2 = {"false",       "192.168.1.10", "255.255.255.0",
-                              "192.168.1.1", "192.168.1.2",  nullptr};
+// A device reply around the configured static settings of the fixture.
+DeviceValues Device(const char* dhcp, const char* mask = "255.255.255.0",
+                    const char* dns2 = "0.0.0.0") {
+    return {dhcp, "192.168.1.10", mask, "192.168.1.1", "192.168.1.2", dns2};
+}
 
 // Name, configured methods, readable, the device's reply and the method read
 // from it, the request sent (none if empty) and whether the client accepts it.
 using CommitCase = std::tuple<const char*, int, bool, DeviceValues, int, std::string, bool>;
 const CommitCase kCommitCases[] = {
-    {"DhcpOnDhcpDevice", 15, true, kOnDhcp, 4, "", true},
-    {"DhcpOnStaticDevice", 15, true, kSame, 1, kDhcpRequest, false},
-    {"DhcpOnUnreadableDevice", 4, false, kSame, 4, "", true},
-    {"ManualOnDhcpDevice", 1, true, kOnDhcp, 4, kStaticRequest, true},
-    {"ManualSameAsDevice", 1, true, kSame, 1, "", true},
-    {"ManualOtherMask", 1, true, kOtherMask, 1, kStaticRequest, false},
-    {"ManualDns2NotReported", 1, true, kNoDns2, 1, kStaticRequest, true},
+    {"DhcpOnDhcpDevice", 15, true, Device("true"), 4, "", true},
+    {"DhcpOnStaticDevice", 15, true, Device("false"), 1, kDhcpRequest, false},
+    {"DhcpOnUnreadableDevice", 4, false, Device("false"), 4, "", true},
+    {"ManualOnDhcpDevice", 1, true, Device("true"), 4, kStaticRequest, true},
+    {"ManualSameAsDevice", 1, true, Device("false"), 1, "", true},
+    {"ManualOtherMask", 1, true, Device("false", "255.255.0.0"), 1, kStaticRequest, false},
+    {"ManualDns2NotReported", 1, true, Device("false", "255.255.255.0", nullptr), 1, kStaticRequest,
+     true},
 };
 
 // Configures 192.168.1.10/255.255.255.0, gateway 192.168.1.1, first DNS

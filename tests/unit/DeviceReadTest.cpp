@@ -4,21 +4,11 @@
 
 namespace {
 
-// A refused client is gone before the failure is logged.
-TEST_F(IpConfigTest, ConnectReturnsOnlyARegisteredClient) {
+// A named connection goes to the factory function that takes one.
+TEST_F(IpConfigTest, ConnectHandsTheConnectionTextToTheFactory) {
     char named[] = "service:0";
-    ThePlatform().failing = {Call::Create};
-    EXPECT_EQ(config.Connect(nullptr), nullptr);
-    ThePlatform().failing = {Call::RegisterApplication};
-    EXPECT_EQ(config.Connect(named), nullptr);
-    ThePlatform().failing = {};
-    EXPECT_NE(config.Connect(nullptr), nullptr);
-
-    const Lines refused = {kConnected[0], Trace("CreateDeviceStackClient(\"service:0\")"),
-                           kConnected[2], kRegister,
-                           kDestroyed,    Error("Connect(): RegisterApplication failed."),
-                           kConnected[4], kConnected[5]};
-    EXPECT_EQ(log.Lines(), Join({kNoClient, refused, kConnected, {kDestroyed}}));
+    EXPECT_NE(config.Connect(named), nullptr);
+    EXPECT_EQ(log.Lines().at(1), Trace("CreateDeviceStackClient(\"service:0\")"));
 }
 
 // Text, key, result, value, and the ERROR message (none if empty).
@@ -58,46 +48,5 @@ TEST_P(ReplyScanner, TakesTheTextBetweenTheDelimitersAfterTheFirstKey) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, ReplyScanner, testing::ValuesIn(kScanCases));
-
-TEST_F(IpConfigTest, ReadingWithoutAClientGivesZeroAndChangesNothing) {
-    DscKnxIpConfig::IpConfiguration settings;
-    settings.assignmentMethods = 8;
-    EXPECT_EQ(config.FetchQuarnIpSettings(settings, nullptr), 0);
-    EXPECT_EQ(settings.assignmentMethods, 8);
-    EXPECT_EQ(config.GetQuarnIpSettings(nullptr), 0);
-    const Lines lines = {Debug("FetchQuarnIpSettings(): starting..."),
-                         Error("FetchQuarnIpSettings(): No device stack client exists.")};
-    EXPECT_EQ(log.Lines(), Join({lines, lines}));
-}
-
-// Name, readable, the reply's values, and the method, valid bits and addresses
-// read; applying them calls the setters of the valid fields.
-using ReadCase = std::tuple<const char*, bool, DeviceValues, int, std::uint32_t, Addresses>;
-const ReadCase kReadCases[] = {
-    {"Example", true, kExampleValues, 1, 31, kExampleAddresses},
-    {"DhcpOnly", true, {"true"}, 4, 0, {}},
-    {"Unreadable", false, kExampleValues, 4, 0, {}},
-    {"CapitalTrue", true, {"True"}, 1, 0, {}},
-    {"EmptyAddress", true, {nullptr, "", "255.0.0.0"}, 4, 2, {0, 4278190080}},
-    {"OnlySecondDns", true, {"no", 0, 0, 0, 0, "10.0.0.2"}, 1, 16, {0, 0, 0, 0, 167772162}},
-};
-
-class DeviceRead : public IpConfigTest, public testing::WithParamInterface<ReadCase> {};
-
-TEST_P(DeviceRead, ReportsTheMethodAndAppliesTheReportedFields) {
-    const auto& [name, readable, scanned, method, validFields, addresses] = GetParam();
-    ThePlatform().deviceConfig = ReplyText(scanned);
-    if (!readable) ThePlatform().failing = {Call::GetDeviceConfig};
-    const auto client = Velbor::CreateDeviceStackClient();
-    log.Clear();
-    DscKnxIpConfig::IpConfiguration settings;
-    EXPECT_EQ(config.FetchQuarnIpSettings(settings, client), method);
-    EXPECT_EQ(settings.assignmentMethods, readable ? method : 0);
-    EXPECT_EQ(config.GetQuarnIpSettings(client), method);
-    const Lines fetch = FetchLines(method, readable ? &scanned : nullptr);
-    EXPECT_EQ(log.Lines(), Join({fetch, fetch, AppliedLines(validFields, addresses)}));
-}
-
-INSTANTIATE_TEST_SUITE_P(Replies, DeviceRead, testing::ValuesIn(kReadCases));
 
 } // namespace

@@ -1,8 +1,9 @@
+#include "DscKnxIpConfig.h"
 #include "FactoryResetManager.h"
-#include "FakePlatform.h"
 #include "LogCapture.h"
+#include "PlatformStandIn.h"
 
-#include <log4cplus/loggingmacros.h>
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -18,82 +19,60 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <stdexcept>
 #include <thread>
+#include <tuple>
 
 namespace {
 
+using namespace Logged;
 namespace fs = std::filesystem;
-using testing::DoAll;
-using testing::Return;
 
 const std::string kDefaultCommand = R"({"command":"Restart", "type":"FactoryReset"})";
-const LogLine kLeave = Debug("FactoryReset(): Leave.");
-
-// Calls into the client library are logged at TRACE on a logger of their own,
-// so one captured sequence shows them interleaved with the add-on's messages.
-ACTION_P(Marks, name) {
-    LOG4CPLUS_TRACE(log4cplus::Logger::getInstance("test.calls"), name);
-}
-
-// A client that registers and has its restart request accepted.
-Lines Restarted(const std::string& command = kDefaultCommand) {
-    return {Trace("RegisterApplication()"), Info("Performing QUARN Client API call: " + command),
-            Trace("RequestCommand()"), kLeave, Trace("Destroyed()")};
-}
+const LogLine kLeave = Debug("FactoryReset(): Leave."), kDestroyed = Trace("~DeviceStackClient()");
+const LogLine kRegister = Trace("RegisterApplication(FactoryResetManager, field, KNX)");
 
 // The client is made before anything is logged or deleted.
 Lines Entered(const Lines& deletion = {}) {
-    return Join({{Trace("Create()"), Debug("FactoryReset(): Enter.")}, deletion});
+    return Join({{Trace("CreateDeviceStackClient()"), Debug("FactoryReset(): Enter.")}, deletion});
 }
-
 Lines Deleted(const std::string& path, int count) {
     return Entered({Info("Number of deleted files at '" + path + "': " + std::to_string(count))});
 }
-
 Lines NotDeleted(const std::string& path, const std::string& reason) {
     return Entered({Error("Failed to delete file(s) at '" + path + "'. Reason: " + reason)});
+}
+// A client that registers and has its restart request, with an empty reply, accepted.
+Lines Restarted(const std::string& command = kDefaultCommand) {
+    return {kRegister, Info("Performing QUARN Client API call: " + command),
+            Trace("RequestCommand(" + command + ", 360)"), kLeave, kDestroyed};
 }
 
 void Write(const fs::path& path, const std::string& text) {
     std::ofstream(path) << text;
 }
 
-enum Outcome { NoClient, RegistrationRefused, RequestRefused, Accepted, RequestThrows };
-
+// Each test works in a folder of its own; afterwards every message of the
+// manager must carry its logger, its source file and its function.
 class FactoryReset : public testing::Test {
 protected:
     void SetUp() override {
+        ThePlatform() = Platform();
         char directory[] = "/tmp/dsc-factory-reset-XXXXXX";
         ASSERT_NE(mkdtemp(directory), nullptr);
         root_ = directory;
         data_ = root_ / "data";
     }
-    void TearDown() override { fs::remove_all(root_); }
-
-    // Expects, in this order: the client's creation, its registration, the
-    // restart request carrying `command` and a fresh empty reply, and its
-    // destruction, each cut short where `outcome` ends the exchange.
-    void ExpectExchange(Outcome outcome, const std::string& command = kDefaultCommand) {
-        testing::InSequence order;
-        auto* client =
-            outcome == NoClient ? nullptr : new testing::StrictMock<MockDeviceStackClient>;
-        EXPECT_CALL(factory_, Create())
-            .WillOnce(DoAll(
-                Marks("Create()"),
-                Return(testing::ByMove(std::unique_ptr<Velbor::IDeviceStackClient>(client)))));
-        if (client == nullptr) return;
-        EXPECT_CALL(*client, RegisterApplication("FactoryResetManager", "field", "KNX"))
-            .WillOnce(
-                DoAll(Marks("RegisterApplication()"), Return(outcome != RegistrationRefused)));
-        if (outcome != RegistrationRefused) {
-            EXPECT_CALL(*client, RequestCommand(command, testing::IsEmpty(), 360))
-                .WillOnce(DoAll(Marks("RequestCommand()"), [outcome] {
-                    if (outcome == RequestThrows) throw std::runtime_error("connection lost");
-                    return outcome == Accepted;
-                }));
+    void TearDown() override {
+        fs::remove_all(root_);
+        for (const LogRecord& r : log_.Records()) {
+            if (r.logger == "Platform") continue;
+            const bool deletion = r.message.find(" delete") != std::string::npos;
+            EXPECT_EQ(r.logger, "DscKnxIpConfig.FactoryResetManager") << r.message;
+            EXPECT_EQ(r.file, "DeviceStackClient/DscKnxIpConfig/FactoryResetManager") << r.message;
+            EXPECT_EQ(r.function, deletion
+                                      ? "void DeleteFiles(log4cplus::Logger&, const std::string&)"
+                                      : "virtual void FactoryResetManager::OnFactoryReset()");
         }
-        EXPECT_CALL(*client, Destroyed()).WillOnce(Marks("Destroyed()"));
     }
 
     void Reset(const ConfigPropertyMap& properties) {
@@ -112,8 +91,7 @@ protected:
         ASSERT_NE(child, -1);
         if (child == 0) {
             if (const char* step = isolate()) {
-                const std::string error = std::strerror(errno);
-                const std::string why = std::string(step) + " failed: " + error;
+                const std::string why = std::string(step) + " failed: " + std::strerror(errno);
                 if (write(reason[1], why.data(), why.size()) < 0) ADD_FAILURE();
             } else {
                 body();
@@ -131,7 +109,6 @@ protected:
     }
 
     fs::path root_, data_;
-    testing::StrictMock<MockDeviceStackFactory> factory_;
     LogCapture log_;
 };
 
@@ -142,19 +119,16 @@ TEST_F(FactoryReset, RemovesTheTreeAndItsLinksButNotTheirTargetsThenRequestsRest
     Write(root_ / "outside" / "file", "file");
     fs::create_symlink(root_ / "outside" / "file", data_ / "file-link");
     fs::create_directory_symlink(root_ / "outside", data_ / "sub" / "dir-link");
-    ExpectExchange(Accepted);
     Reset({{"applicationData", data_.string()}});
     EXPECT_EQ(log_.Lines(), Join({Deleted(data_.string(), 6), Restarted()}));
     EXPECT_FALSE(fs::exists(fs::symlink_status(data_)));
     EXPECT_TRUE(fs::exists(root_ / "outside" / "file"));
 
-    ExpectExchange(Accepted); // once more, with nothing left to delete
-    Reset({{"applicationData", data_.string()}});
+    Reset({{"applicationData", data_.string()}}); // once more, with nothing left to delete
     EXPECT_EQ(log_.Lines(), Join({Deleted(data_.string(), 0), Restarted()}));
 
     for (const ConfigPropertyMap& unset : {ConfigPropertyMap{}, {{"applicationData", ""}}}) {
-        ExpectExchange(Accepted); // no data configured: no deletion at all
-        Reset(unset);
+        Reset(unset); // no data configured: no deletion at all
         EXPECT_EQ(log_.Lines(), Join({Entered(), Restarted()}));
     }
 }
@@ -174,7 +148,6 @@ TEST_F(FactoryReset, FailedRemovalIsReportedAndRestartStillRequested) {
         return mount("tmpfs", dir.c_str(), "tmpfs", readOnly, nullptr) != 0 ? "remount" : nullptr;
     };
     InChild(mountReadOnly, [&] {
-        ExpectExchange(Accepted);
         Reset({{"applicationData", file.string()}});
         const Lines expected = NotDeleted(file.string(), "Read-only file system");
         EXPECT_EQ(log_.Lines(), Join({expected, Restarted()}));
@@ -192,7 +165,6 @@ TEST_F(FactoryReset, RefusesToDeleteTheRootDirectoryAndStillRequestsRestart) {
         [&] {
             for (const char* path : {"/", "//", "/.", "/..", "/./..//", "/missing/..", "/up/."}) {
                 SCOPED_TRACE(path);
-                ExpectExchange(Accepted);
                 Reset({{"applicationData", path}});
                 const Lines expected = NotDeleted(path, "Refusing to delete the root directory");
                 EXPECT_EQ(log_.Lines(), Join({expected, Restarted()}));
@@ -221,7 +193,7 @@ TEST_F(FactoryReset, DirectorySwappedWithALinkDuringRemovalDoesNotLeadOutside) {
             swaps += renameat2(AT_FDCWD, dir.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE) == 0;
         }
     });
-    EXPECT_CALL(factory_, Create()).Times(testing::AnyNumber());
+    ThePlatform().failing = {Call::Create};
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
     int resets = 0;
     for (; std::chrono::steady_clock::now() < end && intact(); ++resets) {
@@ -241,46 +213,93 @@ TEST_F(FactoryReset, DirectorySwappedWithALinkDuringRemovalDoesNotLeadOutside) {
     EXPECT_TRUE(intact()) << "files outside deleted within " << resets << " resets";
 }
 
+// A fault, a failure or an exception, at each of the 21 calls of a host session
+// into the platform libraries, with an interface found and with none: the
+// session goes on, only the injected exception reaches the host, no client
+// outlives the host call that made it, and only a throw from the reset's own
+// client factory (position 18, its first call of three) keeps the data.
+TEST_F(FactoryReset, HostSessionGoesOnAfterAFaultAtEveryCallPosition) {
+    for (const auto& [kind, found] : {std::pair(FaultKind::Fail, true),
+                                      {FaultKind::Fail, false},
+                                      {FaultKind::Throw, true},
+                                      {FaultKind::Throw, false}}) {
+        for (std::size_t position = 0; position <= 21; ++position) { // 21: no fault
+            SCOPED_TRACE(std::to_string(position) + (found ? "" : " without interface"));
+            Platform& platform = ThePlatform() = Platform();
+            if (position < 21) platform.faultAt = position;
+            platform.kind = kind;
+            platform.interfaceId = found ? 2 : 0xFFFFFFFFUL;
+            platform.deviceConfig = R"({"Dhcp":"false","IpAddress":"192.168.1.20"})";
+            fs::create_directories(data_ / "sub");
+            Write(data_ / "sub" / "file", "application data");
+            DscKnxIpConfig ip;
+            FactoryResetManager reset;
+            unsigned char mac[6];
+            // clang-format off
+            const std::function<void()> steps[] = {
+                [&] { ip.Init({{"interfaceName", "eth0"}}); }, [&] { ip.GetCurrentIpAddress(); },
+                [&] { ip.GetCurrentNetmask(); }, [&] { ip.GetCurrentGateway(); },
+                [&] { ip.GetMacAddress(mac); }, [&] { ip.SetIpAssignmentMethods(1); },
+                [&] { ip.SetConfiguredIpAddress(0xC0A8010AUL); }, [&] { ip.SetConfiguredNetmask(0xFFFF0000UL); },
+                [&] { ip.SetConfiguredGateway(0xC0A80101UL); }, [&] { ip.SetDNSAddress(1, 1); },
+                [&] { ip.SetDNSAddress(2, 2); }, [&] { ip.CommitConfiguration(); },
+                [&] { ip.SetIpAssignmentMethods(4); }, [&] { ip.CommitConfiguration(); },
+                [&] { reset.Init({{"applicationData", data_.string()}}); }, [&] { reset.OnFactoryReset(); }};
+            // clang-format on
+            int thrown = 0;
+            for (const auto& step : steps) {
+                try {
+                    step();
+                } catch (const InjectedFault&) {
+                    ++thrown;
+                }
+                EXPECT_EQ(platform.clientsAlive, 0);
+            }
+            EXPECT_EQ(thrown, kind == FaultKind::Throw && position < 21 ? 1 : 0);
+            EXPECT_EQ(fs::exists(data_), kind == FaultKind::Throw && position == 18);
+            // The static settings, the DHCP flag and the restart are requested.
+            if (position == 21) {
+                EXPECT_EQ(platform.calls, 21U);
+                EXPECT_EQ(platform.requests.size(), 3U);
+            }
+            log_.Clear();
+        }
+    }
+}
+
 // The data is deleted first; the restart type goes into the command unescaped;
-// each way the exchange ends is logged before leaving.
-using ExchangeCase = std::tuple<const char*, const char*, std::string, Outcome, Lines>;
-const std::string kReboot = R"({"command":"Restart", "type":"Reboot"})";
-const std::string kEmptyType = R"({"command":"Restart", "type":""})";
-const std::string kOddType = R"({"command":"Restart", "type":"a"b\c"})";
+// each way the exchange ends (a fault at the client's creation, registration
+// or request) is logged before leaving.
+using ExchangeCase = std::tuple<const char*, std::optional<std::size_t>, FaultKind, Lines>;
+const std::string kCommand = R"({"command":"Restart", "type":"a"b\c"})";
 const std::string kFailed = "FactoryReset(): Failed to request command via QUARN Client API";
-const LogLine kPerforming = Info("Performing QUARN Client API call: " + kDefaultCommand);
+const LogLine kPerforming = Info("Performing QUARN Client API call: " + kCommand);
+const LogLine kRequest = Trace("RequestCommand(" + kCommand + ", 360)");
 const LogLine kNoClient = Error(
     "FactoryReset(): DeviceStackClient could not be created. Executing factory reset failed.");
-const LogLine kRegister = Trace("RegisterApplication()"), kRequest = Trace("RequestCommand()");
 // clang-format off
 const ExchangeCase kExchangeCases[] = {
-    {"Default", nullptr, kDefaultCommand, Accepted, Restarted()},
-    {"Reboot", "Reboot", kReboot, Accepted, Restarted(kReboot)},
-    {"EmptyType", "", kEmptyType, Accepted, Restarted(kEmptyType)},
-    {"QuoteAndBackslash", R"(a"b\c)", kOddType, Accepted, Restarted(kOddType)},
-    {"NoClient", nullptr, kDefaultCommand, NoClient, {kNoClient, kLeave}},
-    {"RegistrationRefused", nullptr, kDefaultCommand, RegistrationRefused,
-     {kRegister, Error(kFailed + "."), kLeave, Trace("Destroyed()")}},
-    {"RequestRefused", nullptr, kDefaultCommand, RequestRefused,
-     {kRegister, kPerforming, kRequest, Error(kFailed + ":" + kDefaultCommand), kLeave,
-      Trace("Destroyed()")}},
-    {"RequestThrows", nullptr, kDefaultCommand, RequestThrows,
-     {kRegister, kPerforming, kRequest, Trace("Destroyed()")}},
+    {"Accepted", std::nullopt, FaultKind::Fail, Restarted(kCommand)},
+    {"NoClient", 0, FaultKind::Fail, {kNoClient, kLeave}},
+    {"RegistrationRefused", 1, FaultKind::Fail, {kRegister, Error(kFailed + "."), kLeave, kDestroyed}},
+    {"RequestRefused", 2, FaultKind::Fail,
+     {kRegister, kPerforming, kRequest, Error(kFailed + ":" + kCommand), kLeave, kDestroyed}},
+    {"RequestThrows", 2, FaultKind::Throw, {kRegister, kPerforming, kRequest, kDestroyed}},
 };
 // clang-format on
 
 class Exchange : public FactoryReset, public testing::WithParamInterface<ExchangeCase> {};
 
 TEST_P(Exchange, DeletesTheDataFirstAndLogsTheOutcomeBeforeLeaving) {
-    const auto& [name, restartType, command, outcome, afterDeletion] = GetParam();
-    SCOPED_TRACE(name);
+    const auto& [name, faultAt, kind, afterDeletion] = GetParam();
     fs::create_directories(data_);
     Write(data_ / "a.db", "a");
-    ExpectExchange(outcome, command);
-    ConfigPropertyMap properties = {{"applicationData", data_.string()}};
-    if (restartType != nullptr) properties["restartType"] = restartType;
-    if (outcome == RequestThrows) {
-        EXPECT_THROW(Reset(properties), std::runtime_error);
+    ThePlatform().faultAt = faultAt;
+    ThePlatform().kind = kind;
+    const ConfigPropertyMap properties = {{"applicationData", data_.string()},
+                                          {"restartType", R"(a"b\c)"}};
+    if (kind == FaultKind::Throw) {
+        EXPECT_THROW(Reset(properties), InjectedFault);
     } else {
         Reset(properties);
     }
@@ -288,31 +307,28 @@ TEST_P(Exchange, DeletesTheDataFirstAndLogsTheOutcomeBeforeLeaving) {
     EXPECT_FALSE(fs::exists(data_));
 }
 
-INSTANTIATE_TEST_SUITE_P(Outcomes, Exchange, testing::ValuesIn(kExchangeCases));
+INSTANTIATE_TEST_SUITE_P(Outcomes, Exchange, testing::ValuesIn(kExchangeCases),
+                         [](const auto& info) { return std::get<0>(info.param); });
 
 // processTime is read like strtol with base 0 and saturated to 0..65535; only
 // its exact key sets it, and it is 180 until then.
-class ProcessTime : public testing::TestWithParam<std::pair<const char*, int>> {};
-
-TEST_P(ProcessTime, ConvertsLikeStrtolAndSaturates) {
-    const auto [text, expected] = GetParam();
-    FactoryResetManager manager;
-    EXPECT_EQ(manager.GetProcessTime(), 180);
-    LogCapture log;
-    EXPECT_TRUE(manager.Init({{"processTime", text}, {"processtime", "6"}, {"other", "x"}}));
-    EXPECT_EQ(manager.GetProcessTime(), expected);
-    const std::string shown = std::to_string(expected);
-    EXPECT_EQ(log.Lines(),
-              (Lines{Debug("FactoryResetManager::Init() called."),
-                     Debug("FactoryResetManager::Init(): process time set to " + shown),
-                     Debug("FactoryResetManager::GetProcessTime() called.")}));
+TEST(ProcessTime, ConvertsLikeStrtolAndSaturates) {
+    // clang-format off
+    for (const auto& [text, expected] : std::initializer_list<std::pair<const char*, int>>{
+             {"300", 300}, {"0x12C", 300}, {"0X12c", 300}, {"0454", 300}, {"  90s", 90},
+             {"abc", 0}, {"", 0}, {"-1", 0}, {"65535", 65535}, {"70000", 65535},
+             {"99999999999999999999999", 65535}}) {
+        // clang-format on
+        FactoryResetManager manager;
+        EXPECT_EQ(manager.GetProcessTime(), 180);
+        LogCapture log;
+        EXPECT_TRUE(manager.Init({{"processTime", text}, {"processtime", "6"}, {"other", "x"}}));
+        EXPECT_EQ(manager.GetProcessTime(), expected) << text;
+        EXPECT_EQ(log.Lines(), (Lines{Debug("FactoryResetManager::Init() called."),
+                                      Debug("FactoryResetManager::Init(): process time set to " +
+                                            std::to_string(expected)),
+                                      Debug("FactoryResetManager::GetProcessTime() called.")}));
+    }
 }
-
-// clang-format off
-const std::pair<const char*, int> kProcessTimes[] = {
-    {"300", 300}, {"0x12C", 300}, {"0X12c", 300}, {"0454", 300}, {"  90s", 90}, {"abc", 0},
-    {"", 0}, {"-1", 0}, {"65535", 65535}, {"70000", 65535}, {"99999999999999999999999", 65535}};
-// clang-format on
-INSTANTIATE_TEST_SUITE_P(Texts, ProcessTime, testing::ValuesIn(kProcessTimes));
 
 } // namespace

@@ -3,37 +3,35 @@
 #include <gmock/gmock.h>
 
 #include <climits>
+#include <set>
 #include <tuple>
 
 namespace {
 
-// Init's properties, and the name, index and "specified" flag of the interface
-// selection; each Init follows one that named another interface.
-using PropertiesCase = std::tuple<ConfigPropertyMap, std::string, int, bool>;
-class InitProperties : public IpConfigTest, public testing::WithParamInterface<PropertiesCase> {};
-
-TEST_P(InitProperties, SelectTheInterface) {
-    const auto& [properties, name, index, specified] = GetParam();
+// Init's properties select the interface by name, index and "specified" flag;
+// each Init follows one that named another interface.
+TEST_F(IpConfigTest, InitPropertiesSelectTheInterface) {
     ThePlatform().failing = {Call::Create};
-    config.Init({{"interfaceIndex", "5"}, {"interfaceName", "eth9"}});
-    log.Clear();
-    EXPECT_TRUE(config.Init(properties));
-    EXPECT_THAT(log.Lines(), testing::Contains(Select(name, index, specified)));
+    for (const auto& [properties, selected] :
+         std::initializer_list<std::pair<ConfigPropertyMap, LogLine>>{
+             {{}, Select()},
+             {{{"interfaceIndex", "3"}}, Select("", 3, true)},
+             {{{"interfaceName", "wlan1"}}, Select("wlan1", 0, true)},
+             {{{"interfaceIndex", "-2"}}, Select("", -2, false)},
+             {{{"interfaceIndex", "12x"}}, Select("", 12, true)},
+             {{{"interfaceIndex", "99999999999"}}, Select("", INT_MAX, true)},
+             {{{"InterfaceIndex", "5"}, {"name", "eth9"}}, Select()}}) {
+        config.Init({{"interfaceIndex", "5"}, {"interfaceName", "eth9"}});
+        log.Clear();
+        EXPECT_TRUE(config.Init(properties));
+        EXPECT_THAT(log.Lines(), testing::Contains(selected));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Properties, InitProperties,
-    testing::Values(PropertiesCase{{}, "", 0, false},
-                    PropertiesCase{{{"interfaceIndex", "3"}}, "", 3, true},
-                    PropertiesCase{{{"interfaceName", "wlan1"}}, "wlan1", 0, true},
-                    PropertiesCase{{{"interfaceIndex", "-2"}}, "", -2, false},
-                    PropertiesCase{{{"interfaceIndex", "12x"}}, "", 12, true},
-                    PropertiesCase{{{"interfaceIndex", "99999999999"}}, "", INT_MAX, true},
-                    PropertiesCase{{{"InterfaceIndex", "5"}, {"name", "eth9"}}, "", 0, false}));
 
 // A query selects the interface on a new object; Init selects it and applies
 // the device's settings, the client gone before it returns; the first query
-// after Init selects once more without reading the device, later ones do not.
+// after Init selects once more without reading the device, later ones and the
+// MAC do not.
 TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
     ThePlatform().deviceConfig = ReplyText(kExampleValues);
     EXPECT_EQ(config.GetCurrentGateway(), 0xC0A80101UL);
@@ -41,6 +39,9 @@ TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
     EXPECT_EQ(config.GetCurrentIpAddress(), 0xC0A8010AUL);
     EXPECT_EQ(config.GetCurrentNetmask(), 0xFFFFFF00UL);
     EXPECT_EQ(config.GetIpAssignmentMethods(), 1);
+    std::array<unsigned char, 6> mac{};
+    config.GetMacAddress(mac.data()); // from the cache, shown up to its first zero byte
+    EXPECT_EQ(mac, ThePlatform().mac);
 
     const Lines deviceRead = Join({kConnected,
                                    FetchLines(1, &kExampleValues),
@@ -52,18 +53,52 @@ TEST_F(IpConfigTest, InitSelectsAndReadsTheDeviceAndQueriesSelectOnceAfterIt) {
                                  {Debug("Init(): end.")},
                                  Selection(Select("eth1", 2, true)),
                                  {Trace("GetCurrentIpAddress()"), Trace("GetCurrentNetmask()"),
-                                  Debug("GetIpAssignmentMethods(): Value = 1")}}));
+                                  Debug("GetIpAssignmentMethods(): Value = 1"),
+                                  Debug("GetMacAddress(): Value = \x02KNX")}}));
 }
 
-// Only a positive method from the device replaces the configured methods.
-TEST_F(IpConfigTest, InitKeepsTheMethodsWithoutAClientAndTakesDhcpFromAnUnreadableDevice) {
-    for (const auto& [failing, methods] :
-         {std::pair(Call::Create, 15), {Call::GetDeviceConfig, 4}}) {
-        ThePlatform().failing = {failing};
-        config.Init({});
-        EXPECT_EQ(config.GetIpAssignmentMethods(), methods);
-    }
+// Name, the failing calls, the reply's values, and the method, valid fields
+// and addresses read; Init applies the valid fields and a positive method.
+using ReadCase =
+    std::tuple<const char*, std::set<Call>, DeviceValues, int, std::uint32_t, Addresses>;
+const ReadCase kReadCases[] = {
+    {"DhcpOnly", {}, {"true"}, 4, 0, {}},
+    {"Unreadable", {Call::GetDeviceConfig}, kExampleValues, 4, 0, {}},
+    {"NoClient", {Call::Create}, kExampleValues, 0, 0, {}},
+    {"RegistrationRefused", {Call::RegisterApplication}, kExampleValues, 0, 0, {}},
+    {"CapitalTrue", {}, {"True"}, 1, 0, {}},
+    {"EmptyAddress", {}, {nullptr, "", "255.0.0.0"}, 4, 2, {0, 4278190080}},
+    {"OnlySecondDns", {}, {"no", 0, 0, 0, 0, "10.0.0.2"}, 1, 16, {0, 0, 0, 0, 167772162}},
+};
+
+class DeviceRead : public IpConfigTest, public testing::WithParamInterface<ReadCase> {};
+
+TEST_P(DeviceRead, InitAppliesTheReportedFieldsAndAPositiveMethod) {
+    const auto& [name, failing, scanned, method, validFields, addresses] = GetParam();
+    ThePlatform().deviceConfig = ReplyText(scanned);
+    ThePlatform().failing = failing;
+    config.Init({});
+    const int methods = method > 0 ? method : 15;
+    EXPECT_EQ(config.GetIpAssignmentMethods(), methods);
+    const Lines noClient = {Debug("FetchQuarnIpSettings(): starting..."),
+                            Error("FetchQuarnIpSettings(): No device stack client exists.")};
+    const bool readable = failing.empty();
+    const Lines read = failing.count(Call::Create) ? Join({kNoClient, noClient})
+                       : failing.count(Call::RegisterApplication)
+                           ? Join({kRefused, noClient})
+                           : Join({kConnected,
+                                   FetchLines(method, readable ? &scanned : nullptr),
+                                   AppliedLines(validFields, addresses),
+                                   {kDestroyed}});
+    EXPECT_EQ(log.Lines(),
+              Join({{Info("Init(): starting...")},
+                    Selection(Select(), read),
+                    {Debug("Init(): end."),
+                     Debug("GetIpAssignmentMethods(): Value = " + std::to_string(methods))}}));
 }
+
+INSTANTIATE_TEST_SUITE_P(Replies, DeviceRead, testing::ValuesIn(kReadCases),
+                         [](const auto& info) { return std::get<0>(info.param); });
 
 TEST_F(IpConfigTest, OnlyNoInterfaceFailsTheSelection) {
     KnxStack::Ip::IpConnectionInfo unused;

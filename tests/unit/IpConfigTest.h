@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <string>
 
+using namespace Logged;
+
 // Each test starts on the default platform; afterwards every message of the
 // add-on must carry its logger, its source file and a function of the
 // operation that the message names.
@@ -49,17 +51,21 @@ inline const Lines kNoClient = {Debug("Connect(): starting..."), kCreate,
                                 Error("Connect(): Create device stack client failed."),
                                 Debug("Connect(): end.")};
 
+// A client that was made but refused the registration is gone before the failure is logged.
+inline const Lines kRefused = {kConnected[0], kCreate,
+                               kConnected[2], kRegister,
+                               kDestroyed,    Error("Connect(): RegisterApplication failed."),
+                               kConnected[4], kConnected[5]};
 inline LogLine Select(const std::string& name = "", int index = 0, bool specified = false) {
     return Trace("DetermineNetworkInterface(\"" + name + "\", " + std::to_string(index) + ", 0, " +
                  (specified ? "true" : "false") + ")");
 }
 // InitNetwork, with Init's device read in `deviceRead`; the stand-in's MAC
 // shows as "\x02KNX", its bytes up to the first zero.
-inline Lines Selection(const LogLine& select, const Lines& deviceRead = {},
-                       const std::string& macShown = "\x02KNX") {
+inline Lines Selection(const LogLine& select, const Lines& deviceRead = {}) {
     return Join({{Info("InitNetwork(): starting..."),
                   Info("DscKnxIpConfig: Selecting the primary network interface..."), select,
-                  Trace("GetMacAddress()"), Debug("GetMacAddress(): Value = " + macShown)},
+                  Trace("GetMacAddress()"), Debug("GetMacAddress(): Value = \x02KNX")},
                  deviceRead,
                  {Debug("InitNetwork(): end.")}});
 }
