@@ -246,8 +246,14 @@ int RunCycles(const std::string& path, long cycles, long resets, const fs::path&
 
 std::atomic<bool> g_stop(false);
 
-// The value a writer of an address setting sends as its n-th.
-std::string WriterValue(long n) {
+// The value a writer of an address setting sends as its n-th. The address and
+// the gateway stay in the default state's subnet (192.168.1.0/24) and apart
+// from each other, so that the service takes every combination of the two.
+std::string WriterValue(const std::string& key, long n) {
+    const unsigned long step = static_cast<unsigned long>(n % 100);
+    if (key == "IpAddress" || key == "DefaultGateway") {
+        return AddonHost::FormatAddress(0xC0A80100UL + (key == "IpAddress" ? 2 : 102) + step);
+    }
     return AddonHost::FormatAddress(0x0A000000UL | static_cast<unsigned long>(n & 0xFFFFFF));
 }
 
@@ -256,7 +262,7 @@ std::string Command(const std::string& key, long n) {
         return R"({"command":"Restart", "type":"Soak"})";
     }
     return R"({ "command" : "SetDeviceConfig", "ipc" : "true", "deviceConfig" : { ")" + key +
-           R"(" : ")" + WriterValue(n) + R"(" } })";
+           R"(" : ")" + WriterValue(key, n) + R"(" } })";
 }
 
 bool Exchange(const std::string& command) {
@@ -327,8 +333,8 @@ bool CheckWriter(const DeviceService::DeviceState& state, const std::string& pat
     const std::string& value = state.settings.at(key);
     const bool ok =
         (progress.acked == 0 && value == DeviceService::DefaultState().settings.at(key)) ||
-        (progress.acked > 0 && value == WriterValue(progress.acked)) ||
-        (progress.sent > progress.acked && value == WriterValue(progress.sent));
+        (progress.acked > 0 && value == WriterValue(key, progress.acked)) ||
+        (progress.sent > progress.acked && value == WriterValue(key, progress.sent));
     std::cout << key << ": " << value << ", acked " << progress.acked << ", sent " << progress.sent
               << std::endl;
     return ok;

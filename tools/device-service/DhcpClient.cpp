@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 namespace DeviceService {
 
@@ -28,6 +29,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int kStopTimeoutMs = 10000; // a release waits for the server's network
+// Where the kernel has no pidfd_open (before 5.3, or under valgrind), the
+// keeper's end is noticed by looking this often.
+constexpr int kKeeperPollMs = 200;
 constexpr auto kLeftoverTimeout = 5s; // a client left by an earlier service
 constexpr auto kHelpersTimeout = 1s;  // dhcpcd's helpers after dhcpcd ended
 constexpr auto kStableRun = 60s;      // a client that ran this long starts again at once
@@ -239,8 +243,7 @@ void DhcpClient::Stop(bool release) {
     m_restartAt.reset();
     if (m_keeper > 0) {
         kill(m_keeper, release ? SIGALRM : SIGTERM);
-        pollfd keeper{m_keeperFd, POLLIN, 0};
-        if (poll(&keeper, 1, kStopTimeoutMs) <= 0) {
+        if (!KeeperEnds(kStopTimeoutMs)) {
             Log("dhcpcd on " + m_options.interfaceName + " did not stop; killing it");
             killpg(m_keeper, SIGKILL);
         }
@@ -261,12 +264,33 @@ void DhcpClient::AddPollFds(std::vector<pollfd>& polled) const {
 }
 
 int DhcpClient::Timeout() const {
+    const int watch = m_keeper > 0 && m_keeperFd < 0 ? kKeeperPollMs : -1;
     if (!m_restartAt) {
-        return -1;
+        return watch;
     }
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(*m_restartAt - Clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+    const int due = static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+    return watch < 0 ? due : std::min(due, watch);
+}
+
+// Waits up to `timeoutMs` for the keeper to end, leaving it to be reaped.
+bool DhcpClient::KeeperEnds(int timeoutMs) const {
+    if (m_keeperFd >= 0) {
+        pollfd keeper{m_keeperFd, POLLIN, 0};
+        return poll(&keeper, 1, timeoutMs) > 0;
+    }
+    for (int waited = 0;; waited += kKeeperPollMs) {
+        siginfo_t info{};
+        if (waitid(P_PID, m_keeper, &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+            info.si_pid == m_keeper) {
+            return true;
+        }
+        if (waited >= timeoutMs) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(kKeeperPollMs));
+    }
 }
 
 bool DhcpClient::Update() {
@@ -358,7 +382,7 @@ Result<void> DhcpClient::Spawn() {
     m_keeper = keeper;
     m_keeperFd = static_cast<int>(syscall(SYS_pidfd_open, keeper, 0));
     m_startedAt = Clock::now();
-    if (m_keeperFd < 0) {
+    if (m_keeperFd < 0 && errno != ENOSYS) {
         const Error error = SystemError("cannot watch " + *program);
         kill(m_keeper, SIGTERM);
         Collect(true);
@@ -378,7 +402,9 @@ void DhcpClient::Collect(bool wait) {
         return;
     }
     killpg(m_keeper, SIGKILL);
-    close(m_keeperFd);
+    if (m_keeperFd >= 0) {
+        close(m_keeperFd);
+    }
     m_keeper = 0;
     m_keeperFd = -1;
     if (!wait) {

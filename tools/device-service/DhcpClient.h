@@ -66,11 +66,12 @@ private:
     Result<void> Spawn();
     void Exited(int status);
     void Collect(bool wait);
+    bool KeeperEnds(int timeoutMs) const;
     bool ReadLease();
 
     Options m_options;
     pid_t m_keeper = 0;
-    int m_keeperFd = -1; // readable once the keeper has ended
+    int m_keeperFd = -1; // readable once the keeper has ended; -1 without pidfd_open
     int m_watchFd = -1;  // inotify on the directory of the lease files
     std::optional<Lease> m_lease;
     Clock::time_point m_startedAt;
