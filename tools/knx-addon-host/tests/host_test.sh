@@ -128,7 +128,11 @@ for option in -h --help; do
   grep -q '^usage: knx-addon-host' "$work/out" || fail "$option: no usage"
 done
 # A closed standard input reads as empty; a failed write to standard output fails the run.
-timeout 10 "$host" --log-level OFF <&- >"$work/out" 2>/dev/null || fail "closed stdin: exit code $?"
+# Under binfmt_misc emulation the loader hands the emulator the program on the
+# lowest free descriptor, 0 when it is closed, so the case holds only natively.
+if ! command -v file >/dev/null || file -bL "$host" | grep -q "$(uname -m | tr _ -)"; then
+  timeout 10 "$host" --log-level OFF <&- >"$work/out" 2>/dev/null || fail "closed stdin: exit code $?"
+fi
 # The ready line of the server mode too.
 for mode in "" "--knxnetip 127.0.0.1:0"; do
   # shellcheck disable=SC2086 # no option or one with its value
