@@ -252,9 +252,9 @@ std::atomic<bool> g_stop(false);
 std::string WriterValue(const std::string& key, long n) {
     const unsigned long step = static_cast<unsigned long>(n % 100);
     if (key == "IpAddress" || key == "DefaultGateway") {
-        return AddonHost::FormatAddress(0xC0A80100UL + (key == "IpAddress" ? 2 : 102) + step);
+        return FormatAddress(0xC0A80100UL + (key == "IpAddress" ? 2 : 102) + step);
     }
-    return AddonHost::FormatAddress(0x0A000000UL | static_cast<unsigned long>(n & 0xFFFFFF));
+    return FormatAddress(0x0A000000UL | static_cast<unsigned long>(n & 0xFFFFFF));
 }
 
 std::string Command(const std::string& key, long n) {

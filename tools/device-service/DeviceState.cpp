@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <arpa/inet.h>
+#include "Address.h"
 
 #include <algorithm>
 #include <iterator>
@@ -41,11 +41,9 @@ DeviceState DefaultState() {
 }
 
 std::optional<std::uint32_t> ParseIpv4(const std::string& text) {
-    in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
-        return std::nullopt;
-    }
-    return ntohl(address.s_addr);
+    const Result<unsigned long> address = ParseAddress(text);
+    return address ? std::optional<std::uint32_t>(static_cast<std::uint32_t>(*address))
+                   : std::nullopt;
 }
 
 Result<void> CheckSetting(const std::string& key, const std::string& value) {

@@ -63,7 +63,7 @@ Result<const Entry*> Find(const Entry (&table)[N], const std::string& name, cons
 std::string Show(const char* kind, const Value& value, IpConfig& ipConfig) {
     const unsigned long number = value.get(ipConfig);
     return std::string(kind) + " " + value.name + " = " +
-           (value.isAddress ? AddonHost::FormatAddress(number) : std::to_string(number));
+           (value.isAddress ? FormatAddress(number) : std::to_string(number));
 }
 
 Output Get(ServiceObjects& objects, const Words& arguments) {
@@ -80,7 +80,7 @@ Output Set(ServiceObjects& objects, const Words& arguments) {
         return Error{value.error()};
     }
     const Result<unsigned long> number =
-        (*value)->isAddress ? AddonHost::ParseAddress(arguments[1]) : ParseNumber(arguments[1]);
+        (*value)->isAddress ? ParseAddress(arguments[1]) : ParseNumber(arguments[1]);
     if (!number) {
         return Error{number.error()};
     }

@@ -1,6 +1,6 @@
 #include "Frame.h"
 
-#include <arpa/inet.h>
+#include "Address.h"
 
 namespace KnxNetIp {
 
@@ -163,11 +163,11 @@ bool operator==(const Endpoint& a, const Endpoint& b) {
 
 std::optional<Endpoint> ParseEndpoint(const std::string& text) {
     const std::size_t colon = text.find(':');
-    in_addr address{};
-    if (inet_pton(AF_INET, text.substr(0, colon).c_str(), &address) != 1) {
+    const Result<unsigned long> address = ParseAddress(text.substr(0, colon));
+    if (!address) {
         return std::nullopt;
     }
-    Endpoint endpoint{ntohl(address.s_addr), kDefaultPort};
+    Endpoint endpoint{static_cast<std::uint32_t>(*address), kDefaultPort};
     if (colon != std::string::npos) {
         const std::string port = text.substr(colon + 1);
         if (port.empty() || port.size() > 5 ||
@@ -180,8 +180,7 @@ std::optional<Endpoint> ParseEndpoint(const std::string& text) {
 }
 
 std::string ToString(std::uint32_t address) {
-    return std::to_string(address >> 24) + "." + std::to_string(address >> 16 & 0xFF) + "." +
-           std::to_string(address >> 8 & 0xFF) + "." + std::to_string(address & 0xFF);
+    return FormatAddress(address);
 }
 
 std::string ToString(const Endpoint& endpoint) {

@@ -4,8 +4,6 @@
 
 #include <cstdint>
 
-namespace AddonHost {
-
 std::string FormatAddress(unsigned long value) {
     const in_addr address{htonl(static_cast<std::uint32_t>(value))};
     char text[INET_ADDRSTRLEN] = {};
@@ -20,5 +18,3 @@ Result<unsigned long> ParseAddress(const std::string& text) {
     }
     return static_cast<unsigned long>(ntohl(address.s_addr));
 }
-
-} // namespace AddonHost
