@@ -3,14 +3,11 @@
 #ifndef KNXNETIP_UDP_H
 #define KNXNETIP_UDP_H
 
+#include "Clock.h"
 #include "Frame.h"
 #include "Result.h"
 
-#include <chrono>
-
 namespace KnxNetIp {
-
-using Clock = std::chrono::steady_clock;
 
 struct Datagram {
     Endpoint peer;
